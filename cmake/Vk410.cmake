@@ -1,0 +1,86 @@
+# SPDX-License-Identifier: MIT
+# What every target of the project shares: warnings, sanitizers, and the shapes of libraries, tests and benchmarks.
+
+# Warnings and sanitizers of our own targets; never handed on to users of the libraries.
+add_library(vk410_strict INTERFACE)
+add_library(vk410::strict ALIAS vk410_strict)
+target_compile_options(vk410_strict INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion -Wold-style-cast
+    -Wnon-virtual-dtor -Woverloaded-virtual
+    $<$<BOOL:${VK410_WERROR}>:-Werror>)
+# The libraries never replace each other's functions at load time; calls inside one need no indirection.
+target_compile_options(vk410_strict INTERFACE -fno-semantic-interposition)
+if(VK410_SANITIZE)
+    # float-cast-overflow and float-divide-by-zero are not part of "undefined"; both have hidden defects before.
+    target_compile_options(vk410_strict INTERFACE
+        -fsanitize=${VK410_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g1)
+    target_link_options(vk410_strict INTERFACE -fsanitize=${VK410_SANITIZE})
+    # Instruction-set dispatch resolves before the sanitizer run time is up; these builds test the plain loops.
+    target_compile_definitions(vk410_strict INTERFACE VK410_PLAIN_LOOPS)
+endif()
+
+# A shared library of the project: hidden symbols, SOVERSION, headers compiled on their own.
+function(vk410_shared_library name)
+    set_target_properties(${name} PROPERTIES
+        CXX_VISIBILITY_PRESET hidden
+        VISIBILITY_INLINES_HIDDEN ON
+        VERIFY_INTERFACE_HEADER_SETS ON
+        VERSION ${PROJECT_VERSION}
+        SOVERSION ${PROJECT_VERSION_MAJOR})
+endfunction()
+
+# Installs the targets of one CMake package: libraries, headers, export file and package configuration.
+function(vk410_install_package package)
+    cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "TARGETS")
+    install(TARGETS ${ARG_TARGETS} EXPORT ${package}
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
+        FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vk410 COMPONENT development
+        INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vk410)
+    set(where ${CMAKE_INSTALL_LIBDIR}/cmake/${package})
+    install(EXPORT ${package} NAMESPACE vk410:: FILE ${package}Targets.cmake DESTINATION ${where}
+        COMPONENT development)
+    configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/${package}Config.cmake.in
+        ${PROJECT_BINARY_DIR}/${package}Config.cmake INSTALL_DESTINATION ${where})
+    write_basic_package_version_file(${PROJECT_BINARY_DIR}/${package}ConfigVersion.cmake
+        COMPATIBILITY SameMinorVersion)
+    install(FILES ${PROJECT_BINARY_DIR}/${package}Config.cmake
+        ${PROJECT_BINARY_DIR}/${package}ConfigVersion.cmake DESTINATION ${where} COMPONENT development)
+endfunction()
+
+# vk410_add_test(<name> [MOC] [SOURCES ...] LINK ... [LABELS ...]): a GoogleTest program from <name>.cpp.
+# MOC: the test declares classes with Q_OBJECT.
+function(vk410_add_test name)
+    cmake_parse_arguments(PARSE_ARGV 1 ARG "MOC" "" "SOURCES;LINK;LABELS")
+    add_executable(${name} ${name}.cpp ${ARG_SOURCES})
+    if(ARG_MOC)
+        set_target_properties(${name} PROPERTIES AUTOMOC ON)
+    endif()
+    target_link_libraries(${name} PRIVATE ${ARG_LINK} vk410_test_support GTest::gmock_main vk410::strict)
+    # Pretty values would put raw parameter bytes into the names.
+    gtest_discover_tests(${name} NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60
+        PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT 300)
+endfunction()
+
+# vk410_add_fuzz(<name> LINK ...): a fuzz target from <name>.cpp with corpus/<name>. With clang and
+# VK410_SANITIZE=fuzzer,... it is a libFuzzer program; otherwise ctest replays the corpus through a small main.
+function(vk410_add_fuzz name)
+    cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "SOURCES;LINK")
+    add_executable(${name} ${name}.cpp ${ARG_SOURCES})
+    target_link_libraries(${name} PRIVATE ${ARG_LINK} vk410_test_support vk410::strict)
+    if(VK410_LIBFUZZER)
+        target_compile_options(${name} PRIVATE -fsanitize=fuzzer)
+        target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+    else()
+        target_sources(${name} PRIVATE ${PROJECT_SOURCE_DIR}/fuzz/replay_main.cpp)
+        add_test(NAME ${name}.corpus COMMAND ${name} ${PROJECT_SOURCE_DIR}/fuzz/corpus/${name})
+        set_tests_properties(${name}.corpus PROPERTIES LABELS fuzz TIMEOUT 300)
+    endif()
+endfunction()
+
+# vk410_add_bench(<name> LINK ...): a Google Benchmark program from <name>.cpp.
+function(vk410_add_bench name)
+    cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "SOURCES;LINK")
+    add_executable(${name} ${name}.cpp ${ARG_SOURCES})
+    target_link_libraries(${name} PRIVATE ${ARG_LINK} vk410_test_support benchmark::benchmark vk410::strict)
+    set_property(GLOBAL APPEND PROPERTY VK410_BENCHMARKS ${name})
+endfunction()
