@@ -84,7 +84,6 @@ public:
         last().optHeader = header;
         return *this;
     }
-    DatagramWriter& optHeader(const OptHeaderWriter& header) { return optHeader(header.bytes()); }
 
     /// Appends one field.
     template <std::integral T>
