@@ -68,9 +68,7 @@ void ValueSelection::SetEntries(std::vector<Entry> entries, IObserver* originato
     m_entries = std::move(entries);
     const double newKey = GetCurrentKey();
     const bool keyChanged = newKey != oldKey && !(std::isnan(newKey) && std::isnan(oldKey));
-    HasChanged(changecode::entriesChanged, originator);
-    if (keyChanged)
-        HasChanged(changecode::valueChanged, originator);
+    HasChanged(keyChanged ? changecode::valueChanged : changecode::entriesChanged, originator);
 }
 
 double ValueSelection::GetCurrentKey() const

@@ -24,7 +24,7 @@ public:
     [[nodiscard]] bool HasText(const QString& text) const;
 
     /// Replaces the entries; the current key stays where it is still there, else the first entry is current.
-    /// Notifies with 7 when the entries are others, then with 3 when the current key is another.
+    /// Notifies with 3 when the current key is another, with 7 when only the entries are.
     /// Errors: as the constructor; nothing changes then.
     void SetEntries(std::vector<Entry> entries, IObserver* originator = nullptr);
 
