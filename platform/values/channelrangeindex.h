@@ -30,9 +30,10 @@ public:
         const auto count = static_cast<std::size_t>(end - m_spans.begin());
         if (count == 0)
             return;
-        const std::size_t top = m_highest.size() - 1;
-        for (std::size_t block = 0; block < m_highest[top].size(); ++block)
-            visit(top, block, count, x, action);
+        std::size_t width = 1;
+        for (std::size_t level = 1; level < m_highest.size(); ++level)
+            width *= fanOut;
+        visit(m_highest.size() - 1, 0, width, count, x, action);
     }
 
 private:
@@ -50,23 +51,22 @@ private:
         std::size_t range;
     };
 
+    // Looks below one block for spans with `high` >= x among the first `count` spans, which have `low` <= x.
+    // `width` is the number of spans below each child of the block.
     template <typename Action>
-    void visit(std::size_t level, std::size_t block, std::size_t count, double x, const Action& action) const
+    void visit(std::size_t level, std::size_t block, std::size_t width, std::size_t count, double x,
+               const Action& action) const
     {
         if (m_highest[level][block] < x)
             return;
         const std::size_t begin = block * fanOut;
-        if (level == 0) {
-            const std::size_t end = std::min(begin + fanOut, count);
-            for (std::size_t i = begin; i < end; ++i) {
-                if (m_spans[i].high >= x)
-                    action(m_spans[i].range);
-            }
-            return;
+        const std::size_t end = std::min(begin + fanOut, (count + width - 1) / width);
+        for (std::size_t child = begin; child < end; ++child) {
+            if (level > 0)
+                visit(level - 1, child, width / fanOut, count, x, action);
+            else if (m_spans[child].high >= x)
+                action(m_spans[child].range);
         }
-        const std::size_t end = std::min(begin + fanOut, m_highest[level - 1].size());
-        for (std::size_t child = begin; child < end; ++child)
-            visit(level - 1, child, count, x, action);
     }
 
     void addIds(const ChannelRange& range);

@@ -3,6 +3,8 @@
 // One channel of a direction-finding spectrum map.
 #include "values/levels.h"
 #include <QtGlobal>
+#include <atomic>
+#include <cstddef>
 #include <memory>
 #include <type_traits>
 #include <utility>
@@ -40,7 +42,21 @@ public:
 
     bool operator==(const SuperResolutionSample& other) const = default;
 
+    /// Whether there is any in this process: as long as there is none, no sample can own one.
+    [[nodiscard]] static bool anyAlive() { return Alive::count.load(std::memory_order_relaxed) != 0; }
+
 private:
+    struct Alive {
+        Alive() { count.fetch_add(1, std::memory_order_relaxed); }
+        Alive(const Alive& /*other*/)
+            : Alive()
+        {}
+        Alive& operator=(const Alive& other) = default;
+        ~Alive() { count.fetch_sub(1, std::memory_order_relaxed); }
+        bool operator==(const Alive& other) const = default;
+        // Relaxed is enough: whoever sees a sample that owns one sees its own share of the count.
+        inline static std::atomic<std::size_t> count{0};
+    };
     struct Wave {
         qint16 quality = 0;
         qint16 level = noLevel;
@@ -62,6 +78,7 @@ private:
         return i >= 0 && i < m_count ? m_waves[static_cast<std::size_t>(i)].*field : T{};
     }
 
+    Alive m_alive;
     int m_count = 0;
     std::vector<Wave> m_waves;
 };
