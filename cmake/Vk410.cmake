@@ -47,6 +47,9 @@ function(vk410_install_package package)
         ${PROJECT_BINARY_DIR}/${package}ConfigVersion.cmake DESTINATION ${where} COMPONENT development)
 endfunction()
 
+# The tests that run several threads, for the thread checks.
+add_custom_target(threaded_tests)
+
 # vk410_add_test(<name> [MOC] [SOURCES ...] LINK ... [LABELS ...]): a GoogleTest program from <name>.cpp.
 # MOC: the test declares classes with Q_OBJECT.
 function(vk410_add_test name)
@@ -59,6 +62,9 @@ function(vk410_add_test name)
     # Pretty values would put raw parameter bytes into the names.
     gtest_discover_tests(${name} NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60
         PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT 300)
+    if("threads" IN_LIST ARG_LABELS)
+        add_dependencies(threaded_tests ${name})
+    endif()
 endfunction()
 
 # vk410_add_fuzz(<name> LINK ...): a fuzz target from <name>.cpp with corpus/<name>. With clang and
