@@ -25,6 +25,7 @@ function(vk410_shared_library name)
         CXX_VISIBILITY_PRESET hidden
         VISIBILITY_INLINES_HIDDEN ON
         VERIFY_INTERFACE_HEADER_SETS ON
+        INSTALL_RPATH "$ORIGIN" # the installed tree can be moved as a whole
         VERSION ${PROJECT_VERSION}
         SOVERSION ${PROJECT_VERSION_MAJOR})
 endfunction()
