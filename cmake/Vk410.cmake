@@ -25,6 +25,7 @@ function(vk410_shared_library name)
         CXX_VISIBILITY_PRESET hidden
         VISIBILITY_INLINES_HIDDEN ON
         VERIFY_INTERFACE_HEADER_SETS ON
+        INSTALL_RPATH "$ORIGIN" # the installed tree can be moved as a whole
         VERSION ${PROJECT_VERSION}
         SOVERSION ${PROJECT_VERSION_MAJOR})
 endfunction()
@@ -47,6 +48,9 @@ function(vk410_install_package package)
         ${PROJECT_BINARY_DIR}/${package}ConfigVersion.cmake DESTINATION ${where} COMPONENT development)
 endfunction()
 
+# The tests that run several threads, for the thread checks.
+add_custom_target(threaded_tests)
+
 # vk410_add_test(<name> [MOC] [SOURCES ...] LINK ... [LABELS ...]): a GoogleTest program from <name>.cpp.
 # MOC: the test declares classes with Q_OBJECT.
 function(vk410_add_test name)
@@ -59,6 +63,9 @@ function(vk410_add_test name)
     # Pretty values would put raw parameter bytes into the names.
     gtest_discover_tests(${name} NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60
         PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT 300)
+    if("threads" IN_LIST ARG_LABELS)
+        add_dependencies(threaded_tests ${name})
+    endif()
 endfunction()
 
 # vk410_add_fuzz(<name> LINK ...): a fuzz target from <name>.cpp with corpus/<name>. With clang and
@@ -81,6 +88,6 @@ endfunction()
 function(vk410_add_bench name)
     cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "SOURCES;LINK")
     add_executable(${name} ${name}.cpp ${ARG_SOURCES})
-    target_link_libraries(${name} PRIVATE ${ARG_LINK} vk410_test_support benchmark::benchmark vk410::strict)
+    target_link_libraries(${name} PRIVATE ${ARG_LINK} vk410_test_support vk410_bench_support vk410::strict)
     set_property(GLOBAL APPEND PROPERTY VK410_BENCHMARKS ${name})
 endfunction()

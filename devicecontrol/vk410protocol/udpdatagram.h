@@ -191,6 +191,14 @@ private:
 
     bool stepNormal();
     bool stepExtended();
+    // What an attribute carries: items per field, and which fields.
+    struct Selection {
+        quint32 count;
+        quint32 flags;
+    };
+    Selection setupExtendedHeader(DataPointers* dp);
+    void setupUnselected(DataPointers* dp, Selection selection);
+    void setupSelected(DataPointers* dp, Selection selection);
     void endWalk(DataPointers* dp);
     [[nodiscard]] bool inside(quint64 offset, quint64 size) const
     {

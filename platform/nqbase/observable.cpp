@@ -36,13 +36,6 @@ private:
     Round* m_outer;
 };
 
-IObserver::IObserver(const IObserver& /*other*/) {}
-
-IObserver& IObserver::operator=(const IObserver& /*other*/)
-{
-    return *this;
-}
-
 IObserver::~IObserver()
 {
     while (!m_subjects.empty()) {
@@ -50,13 +43,6 @@ IObserver::~IObserver()
         if (Observable::Registration* const registration = subject->find(this))
             subject->drop(*registration);
     }
-}
-
-Observable::Observable(const Observable& /*other*/) {}
-
-Observable& Observable::operator=(const Observable& /*other*/)
-{
-    return *this;
 }
 
 Observable::~Observable()

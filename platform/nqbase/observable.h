@@ -14,9 +14,8 @@ class Observable;
 class Q_DECL_EXPORT IObserver {
 public:
     IObserver() = default;
-    // A registration belongs to one object: a copy starts without any.
-    IObserver(const IObserver& other);
-    IObserver& operator=(const IObserver& other);
+    IObserver(const IObserver&) = delete; // a registration belongs to one object
+    IObserver& operator=(const IObserver&) = delete;
     virtual ~IObserver();
 
     /// `subject` has changed in the way that `code` says.
@@ -35,9 +34,8 @@ private:
 class Q_DECL_EXPORT Observable {
 public:
     Observable() = default;
-    // Observers watch one object: a copy has none, and assignment leaves those of its target.
-    Observable(const Observable& other);
-    Observable& operator=(const Observable& other);
+    Observable(const Observable&) = delete; // observers watch one object
+    Observable& operator=(const Observable&) = delete;
     virtual ~Observable();
 
     /// Registers `observer` behind those already there; each further call adds one to its count. Null:

@@ -68,8 +68,7 @@ Bytes randomDatagram(std::mt19937& generator)
     DatagramWriter writer;
     for (unsigned attributes = 1 + below(4); attributes > 0; --attributes) {
         const unsigned tag = below(8) == 0 ? below(6000) : wire::tag::known[below(23)];
-        const std::uint32_t flags =
-            below(10) == 0 ? random() : random() & random() & 0x20BFFFFFU;
+        const std::uint32_t flags = below(10) == 0 ? random() : random() & random() & 0x20BFFFFFU;
         writer.attribute(tag, below(256)).selectors(flags).count(below(6)).optHeader(counting(below(60)));
         writer.bytes(counting(below(120)));
         if (below(6) == 0)

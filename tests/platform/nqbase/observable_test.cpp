@@ -241,25 +241,4 @@ TEST_F(ObservableTest, AnExceptionEndsTheRoundAndLeavesTheRegistrationsInOrder)
     EXPECT_THAT(log.take(), ElementsAre("a 3", "a 3", "b 3"));
 }
 
-TEST_F(ObservableTest, CopiesStartWithoutObservers)
-{
-    subject.AddObserver(&a);
-    const Observable copy{subject};
-    EXPECT_EQ(copy.ObserverCount(), 0U);
-    Observable target;
-    target.AddObserver(&b);
-    target = subject;
-    EXPECT_EQ(target.ObserverCount(), 1U);
-}
-
-TEST_F(ObservableTest, ACopiedObserverIsNotRegistered)
-{
-    subject.AddObserver(&a);
-    {
-        const Listener copy{a};
-    }
-    subject.HasChanged(3);
-    EXPECT_THAT(log.take(), ElementsAre("a 3"));
-}
-
 } // namespace
