@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: MIT
-// The value framework and the level map filler: traces beside memcpy of the same bytes, look-ups and
-// notifications with their growth.
+// Claims: a trace costs the copies into its maps and little more; look-ups in grids grow at most like the
+// logarithm of the number of ranges; copying a grid costs the same whatever its size.
+// Peers: memcpy of the same bytes once for each map, and the smallest case of each growth series.
+#include "bench/ratio_reporter.h"
 #include "devicecontrol/vk410protocol/levelmapfillerimpl.h"
 #include "values/tree.h"
 #include "values/valuenumeric.h"
 #include <QString>
-#include <benchmark/benchmark.h>
-#include <cstdlib>
 #include <cstring>
-#include <iostream>
 #include <memory>
 #include <vector>
 
@@ -16,13 +15,7 @@ using namespace values;
 
 namespace {
 
-void require(bool holds, const char* what)
-{
-    if (holds)
-        return;
-    std::cerr << "values_bench: wrong result: " << what << "\n";
-    std::exit(1);
-}
+using bench::require;
 
 ChannelRangeDefinition gridOf(unsigned int count)
 {
@@ -116,7 +109,7 @@ void samplesMemcpy(benchmark::State& state)
     state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(source.size()));
 }
 
-void samplesSetChannelValues(benchmark::State& state)
+void setSamples(benchmark::State& state)
 {
     const auto count = static_cast<std::size_t>(state.range(0));
     std::vector<DFSpectrumSample> samples(count);
@@ -130,6 +123,19 @@ void samplesSetChannelValues(benchmark::State& state)
     }
     require(std::equal(samples.begin(), samples.end(), map.GetValues().begin()), "samples");
     state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(count * sizeof(DFSpectrumSample)));
+}
+
+void samplesSetChannelValues(benchmark::State& state)
+{
+    setSamples(state);
+}
+
+// The same while somebody else keeps super-resolution data, so that every block has to be looked at.
+void samplesSetBesideSuperResolution(benchmark::State& state)
+{
+    const SuperResolutionSample elsewhere(1);
+    setSamples(state);
+    require(elsewhere.getCount() == 1, "other data");
 }
 
 // Grids of many ranges with gaps between them.
@@ -240,6 +246,7 @@ BENCHMARK(traceMemcpyTwo)->Arg(1601)->Arg(16000);
 BENCHMARK(traceSetDataMirrored)->Arg(1601)->Arg(16000);
 BENCHMARK(samplesMemcpy)->Arg(1000)->Arg(16000);
 BENCHMARK(samplesSetChannelValues)->Arg(1000)->Arg(16000);
+BENCHMARK(samplesSetBesideSuperResolution)->Arg(1000)->Arg(16000);
 BENCHMARK(gridClosestChannel)->Arg(1)->Arg(100)->Arg(10000);
 BENCHMARK(gridChannelFrequency)->Arg(1)->Arg(100)->Arg(10000);
 BENCHMARK(gridFindFirst)->Arg(1)->Arg(100)->Arg(10000);
@@ -250,4 +257,19 @@ BENCHMARK(treeFind)->Arg(10)->Arg(1000)->Arg(100000);
 
 } // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv)
+{
+    return bench::runWithRatios(argc, argv, [](const std::string& name) -> std::string {
+        const std::string function = name.substr(0, name.find('/'));
+        const std::string size = name.substr(name.find('/'));
+        if (function == "traceSetData")
+            return "traceMemcpyOne" + size;
+        if (function == "traceSetDataMirrored")
+            return "traceMemcpyTwo" + size;
+        if (function.starts_with("samplesSet"))
+            return "samplesMemcpy" + size;
+        if (function.starts_with("grid") || function == "notifyObservers")
+            return size == "/1" ? std::string() : function + "/1";
+        return function == "treeFind" && size != "/10" ? "treeFind/10" : std::string();
+    });
+}
