@@ -99,8 +99,8 @@ void TcpFlow::leaveHole()
         m_delivery.lose({positionOf(m_next), fmt::format("the next segment of {}", text(m_origin)),
                          fmt::format("one {} bytes behind it", missing), "the bytes between are missing"});
     }
-    m_tracker.advance_sequence(here + missing);
-    m_tracker.process_payload(here + missing, {}); // takes up what waits there
+    m_tracker.sequence_number(here + missing); // advance_sequence() would drop what waits exactly there
+    m_tracker.process_payload(here + missing, {});
     if (m_tracker.buffered_payload().size() >= before)
         m_tracker.buffered_payload().clear(); // never seen; an endless loop would be worse
     moveInOrder();
