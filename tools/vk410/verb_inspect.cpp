@@ -107,9 +107,19 @@ int explainOne(const Arguments& arguments, recording::DatagramSource& source, Ta
     return Failed;
 }
 
+bool isLive(const std::string& source)
+{
+    return source.starts_with("udp://") || source.starts_with("tcp://") || source.starts_with("sim:");
+}
+
 int inspect(const Arguments& arguments)
 {
     Talk talk{arguments.source};
+    if (isLive(arguments.source)) {
+        talk.say(arguments.source +
+                 ": expected the path of a recording, found a live source; record it first");
+        return Failed;
+    }
     std::unique_ptr<recording::DatagramSource> source;
     try {
         source = recording::openRecording(arguments.source, arguments.options);
@@ -141,14 +151,14 @@ void addInspect(CLI::App& program, Run& run)
 {
     const auto arguments = std::make_shared<Arguments>();
     CLI::App* const verb = program.add_subcommand("inspect", "Show what is in a recording");
-    verb->add_option("SOURCE", arguments->source,
-                     "A pcap or pcapng capture, or a file of datagrams back to back")
+    verb->add_option("SOURCE", arguments->source, "A pcap or pcapng capture, or datagrams back to back")
         ->required();
     CLI::Option* const json = verb->add_flag("--json", arguments->json, "One JSON object a line");
     verb->add_option("--explain", arguments->explain, "Show datagram N byte by byte; they count from 0")
         ->type_name("N")
+        ->check(CLI::NonNegativeNumber)
         ->excludes(json);
-    verb->add_option("--port", arguments->options.port, "Only UDP packets and TCP streams of this port")
+    verb->add_option("--port", arguments->options.port, "Only this UDP or TCP port")
         ->type_name("PORT")
         ->check(CLI::Range(1, 65535));
     verb->footer("Without --json or --explain: a table of tags and channels, and what was dropped.\n"
