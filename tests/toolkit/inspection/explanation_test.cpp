@@ -82,7 +82,7 @@ TEST(Explanation, NamesTheFieldsOfTheOptionalHeadersThatSomebodyReads)
     header.set(wire::ifpan::centreFrequencyLow, 98'500'000).set(wire::ifpan::timeStamp, -5);
 
     const std::vector<std::string> lines =
-        explained(DatagramWriter{}.attribute(501).optHeader(header).build());
+        explained(DatagramWriter{}.attribute(501).optHeader(header.bytes()).build());
 
     EXPECT_THAT(lines, Contains("28 05 DE FD A0 centreFrequencyLow 98500000"));
     EXPECT_THAT(lines, Contains("60 FF FF FF FF FF FF FF FB timeStamp -5"));

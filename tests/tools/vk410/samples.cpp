@@ -15,7 +15,7 @@ wire::DatagramWriter panorama(std::uint16_t sequence, std::int64_t timeStamp)
         .set(wire::ifpan::stepNumerator, 100'000)
         .set(wire::ifpan::stepDenominator, 1);
     wire::DatagramWriter writer;
-    writer.sequence(sequence).attribute(501).selectors(0x1).count(4).optHeader(header);
+    writer.sequence(sequence).attribute(501).selectors(0x1).count(4).optHeader(header.bytes());
     writer.items<std::int16_t>({-120, 250, 245, -118});
     return writer;
 }
