@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: MIT
+#include "toolkit/inspection/timetext.h"
+#include <ctime>
+#include <fmt/format.h>
+
+namespace inspection {
+
+std::string timeText(std::int64_t ns)
+{
+    constexpr std::int64_t perSecond = 1'000'000'000;
+    std::int64_t fraction = ns % perSecond;
+    if (fraction < 0)
+        fraction += perSecond;
+    const std::time_t seconds = (ns - fraction) / perSecond;
+    std::tm parts{};
+    gmtime_r(&seconds, &parts);
+    return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}.{:09}Z", parts.tm_year + 1900, parts.tm_mon + 1,
+                       parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec, fraction);
+}
+
+} // namespace inspection
