@@ -14,6 +14,10 @@ constexpr qint64 stalledBytes = qint64{8} << 20;
 constexpr qint64 stalledMilliseconds = 5'000;
 constexpr qint64 mostBytes = qint64{32} << 20;
 
+// When the system gives a client up that takes nothing. Long, because it also counts the pauses of a living
+// client, which the rule above judges; this one is for a dead client to which little was sent.
+constexpr int userTimeoutMilliseconds = 30'000;
+
 constexpr std::size_t datagramsPerCall = 256;
 
 // Hands as many bytes to the system as it takes at once, past Qt's buffer: Qt writes one small chunk per turn
@@ -53,7 +57,7 @@ void MirrorClients::add(QTcpSocket* socket)
     socket->setReadBufferSize(65'536);
     QObject::connect(socket, &QIODevice::readyRead, socket,
                      [socket] { socket->skip(socket->bytesAvailable()); });
-    peerwatch::watch(*socket);
+    peerwatch::watch(*socket, userTimeoutMilliseconds);
     Client client{socket, 0, {}};
     client.progress.start();
     m_clients.push_back(client);

@@ -11,7 +11,6 @@ namespace {
 constexpr int idleSeconds = 2;
 constexpr int intervalSeconds = 1;
 constexpr int probes = 3;
-constexpr int userTimeoutMilliseconds = 5'000;
 
 void set(int descriptor, int level, int option, int value)
 {
@@ -21,7 +20,7 @@ void set(int descriptor, int level, int option, int value)
 
 } // namespace
 
-void watch(QTcpSocket& socket)
+void watch(QTcpSocket& socket, int userTimeoutMilliseconds)
 {
     const auto descriptor = static_cast<int>(socket.socketDescriptor());
     if (descriptor < 0)

@@ -19,6 +19,7 @@ namespace {
 
 constexpr char sourceFile[] = "devicecontrol/vk410protocol/tcpreader";
 constexpr int connectMilliseconds = 3'000;
+constexpr int userTimeoutMilliseconds = 5'000;
 
 // What one notification handles before the event loop runs again: others live in it, too.
 constexpr qint64 bytesPerNotification = qint64{4} << 20;
@@ -52,7 +53,8 @@ TcpReader::TcpReader(const QString& address, unsigned short port, QObject* paren
         connect(m_socket, SIGNAL(connected()), parent, SLOT(SlotConnected()));
     if (hasSlot(parent, "ProcessDatagram(UdpDatagram*)"))
         connect(this, SIGNAL(si_newDatagram(UdpDatagram*)), parent, SLOT(ProcessDatagram(UdpDatagram*)));
-    connect(m_socket, &QAbstractSocket::connected, this, [this] { peerwatch::watch(*m_socket); });
+    connect(m_socket, &QAbstractSocket::connected, this,
+            [this] { peerwatch::watch(*m_socket, userTimeoutMilliseconds); });
     m_socket->setReadBufferSize(bytesPerNotification);
     m_socket->connectToHost(address, port, QIODevice::ReadOnly, QAbstractSocket::AnyIPProtocol);
     m_socket->waitForConnected(connectMilliseconds);
