@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "devicecontrol/vk410protocol/levelmapfillerimpl.h"
+#include "devicecontrol/vk410protocol/numbers.h"
 #include "nqbase/errorhandler.h"
 #include "nqbase/nqexception.h"
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <optional>
 #include <vector>
 
+using numbers::quotient;
+using numbers::saturated;
+using numbers::truncated;
 using values::ChannelRange;
 using values::ChannelRangeDefinition;
 
@@ -29,38 +32,6 @@ void traceFailure(const Call& call)
     } catch (const NQException& exception) {
         traceError(QStringLiteral("LevelFillerMap: %1").arg(exception.GetErrorReason()), __LINE__);
     }
-}
-
-// Division as IEEE 754 has it, spelled out where the divisor is 0: the language leaves that case open.
-double quotient(double dividend, double divisor)
-{
-    if (divisor != 0.0)
-        return dividend / divisor;
-    if (dividend == 0.0 || std::isnan(dividend))
-        return std::numeric_limits<double>::quiet_NaN();
-    return std::copysign(std::numeric_limits<double>::infinity(),
-                         std::signbit(dividend) == std::signbit(divisor) ? 1.0 : -1.0);
-}
-
-// Truncated toward zero; nothing where the result does not fit, or for not a number.
-template <typename Integer>
-std::optional<Integer> truncated(double number)
-{
-    const double limit = std::ldexp(1.0, std::numeric_limits<Integer>::digits); // 1 above the maximum
-    const double whole = std::trunc(number);
-    if (!(whole >= -limit && whole < limit))
-        return std::nullopt;
-    return static_cast<Integer>(whole);
-}
-
-// Truncated toward zero, limited to what fits; 0 for not a number.
-template <typename Integer>
-Integer saturated(double number)
-{
-    if (std::isnan(number))
-        return 0;
-    return static_cast<Integer>(std::clamp(number, static_cast<double>(std::numeric_limits<Integer>::min()),
-                                           static_cast<double>(std::numeric_limits<Integer>::max())));
 }
 
 // Steps are compared in whole units and in their low 32 bits: a fraction of a unit may differ. A step that no

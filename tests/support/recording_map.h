@@ -17,8 +17,9 @@ class RecordingMap : public values::FastValueMap<T, Handler> {
     using Map = values::FastValueMap<T, Handler>;
 
 public:
-    RecordingMap(EffectLog& log, std::string name)
-        : m_log(log)
+    RecordingMap(EffectLog& log, std::string name, const QString& valueName = {})
+        : Map(valueName)
+        , m_log(log)
         , m_name(std::move(name))
     {}
 

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
+#include "devicecontrol/vk410protocol/mdpzerospan.h"
 #include "support/allocation_count.h"
 #include "support/delivered.h"
+#include "support/ifpan_receiver.h"
+#include "support/zerospan_receiver.h"
 #include <gtest/gtest.h>
 
 using wire::DatagramWriter;
@@ -66,6 +69,41 @@ TEST(Allocations, AreOnePerArrayOfBit17)
         DatagramWriter{}.attribute(101).selectors(0x20000).count(100).bytes(wire::Bytes(400)).build();
     allocationsOf(dispatcher, bytes);
     EXPECT_EQ(allocationsOf(dispatcher, bytes), 1U);
+}
+
+TEST(Allocations, AreTheSignalsCopyAndAtMostOneIdVectorForAnIfPanorama)
+{
+    if (!support::allocationCountWorks())
+        GTEST_SKIP() << "this build has an allocator of its own";
+    const support::FreshValueTree tree;
+    values::LevelMap map;
+    MdpIfpan processor{nullptr, std::make_shared<FastLevelMapFiller>(&map, nullptr)};
+    processor.Init("/RX", "/FOLLOW");
+    VK410Processor dispatcher{false};
+    dispatcher.RegisterTagProcessor(&processor, TAG_501, 0);
+    support::IfpanTrace trace;
+    trace.levels.assign(1601, 4);
+    for (int warmUp = 0; warmUp < 3; ++warmUp)
+        allocationsOf(dispatcher, trace.bytes());
+    EXPECT_LE(allocationsOf(dispatcher, trace.bytes()), 2U);
+    EXPECT_EQ(map.GetValues()[1600], 4);
+}
+
+TEST(Allocations, AreAtMostOneIdVectorForAZeroSpanTrace)
+{
+    if (!support::allocationCountWorks())
+        GTEST_SKIP() << "this build has an allocator of its own";
+    const support::FreshValueTree tree;
+    values::LevelMap map;
+    MdpZeroSpan processor{std::make_shared<FastLevelMapFiller>(&map, nullptr), nullptr};
+    processor.Init("/RX");
+    VK410Processor dispatcher{false};
+    dispatcher.RegisterTagProcessor(&processor, TAG_1801, 0);
+    support::ZeroSpanTrace trace;
+    trace.levels.assign(1601, 4);
+    for (int warmUp = 0; warmUp < 3; ++warmUp)
+        allocationsOf(dispatcher, trace.bytes());
+    EXPECT_LE(allocationsOf(dispatcher, trace.bytes()), 1U);
 }
 
 } // namespace
