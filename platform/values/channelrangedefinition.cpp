@@ -151,9 +151,7 @@ void ChannelRangeDefinition::AddRangeDefinition(unsigned int firstChannel, unsig
              "AddRangeDefinition", __LINE__);
     if (quint64{GetChannelCount()} + count > maxChannels)
         fail(QStringLiteral("%1 more channels are too many").arg(count), "AddRangeDefinition", __LINE__);
-    if (!m_data)
-        m_data = new Data;
-    Data& data = *m_data;
+    Data& data = writable();
     data.ranges.push_back({firstChannel, count, start, step, name});
     data.updateIndex();
     if (count == 0)
@@ -162,6 +160,17 @@ void ChannelRangeDefinition::AddRangeDefinition(unsigned int firstChannel, unsig
     data.minId = data.channelCount == 0 ? firstChannel : std::min(data.minId, firstChannel);
     data.maxId = std::max(data.maxId, last);
     data.channelCount += count;
+}
+
+// Data of its own. The acquiring load is the reason why this is not left to the pointer: it makes sure that a
+// copy in another thread, which was dropped just now, has done its last look.
+ChannelRangeDefinition::Data& ChannelRangeDefinition::writable()
+{
+    if (!m_data)
+        m_data = new Data;
+    else if (m_data->ref.loadAcquire() != 1)
+        m_data = new Data(*m_data);
+    return *m_data;
 }
 
 bool ChannelRangeDefinition::empty() const

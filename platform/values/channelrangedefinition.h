@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 // Channel grids: where the channels of a value map lie on its x axis.
-#include <QSharedDataPointer>
+#include <QExplicitlySharedDataPointer>
 #include <QString>
 #include <QtGlobal>
 #include <vector>
@@ -98,7 +98,9 @@ public:
 
 private:
     struct Data;
-    QSharedDataPointer<Data> m_data; // null: no ranges
+    Data& writable();
+
+    QExplicitlySharedDataPointer<Data> m_data; // null: no ranges
 };
 
 } // namespace values
