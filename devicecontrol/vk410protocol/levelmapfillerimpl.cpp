@@ -160,10 +160,7 @@ void FastLevelMapFiller::SetRangeDefinition(const ChannelRangeDefinition& def, s
 {
     if (!m_pMapping)
         return;
-    const ChannelRangeDefinition grid = def; // `def` may be that of the map, which is about to change
-    installGrid(*m_pMapping, grid, param);
-    if (m_pMirrorMapping)
-        installGrid(*m_pMirrorMapping, grid, param);
+    installInBoth(def, param);
     m_rangeDefinition = m_pMapping->GetChannelRangeDefinition();
     m_lastChannel = 0;
 }
@@ -328,6 +325,14 @@ void FastLevelMapFiller::notifyBoth()
     notify(*m_pMapping);
     if (m_pMirrorMapping)
         notify(*m_pMirrorMapping);
+}
+
+// By value: it may be the primary map's own, which its observers may change before the mirror map gets it.
+void FastLevelMapFiller::installInBoth(ChannelRangeDefinition grid, size_t param)
+{
+    installGrid(*m_pMapping, grid, param);
+    if (m_pMirrorMapping)
+        installGrid(*m_pMirrorMapping, grid, param);
 }
 
 void FastLevelMapFiller::endScan(LevelMap& map)

@@ -134,6 +134,7 @@ private:
     void dropTrace(const values::ChannelRangeDefinition& def);
     bool writeSingle(double freq, short level, const char* irregular);
     void notifyBoth();
+    void installInBoth(values::ChannelRangeDefinition grid, size_t param);
 
     // Map calls of which NQException is caught and traced.
     void endScan(LevelMap& map);

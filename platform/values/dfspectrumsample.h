@@ -51,9 +51,9 @@ private:
         Alive(const Alive& /*other*/)
             : Alive()
         {}
-        Alive& operator=(const Alive& other) = default;
+        Alive& operator=(const Alive&) = default;
         ~Alive() { count.fetch_sub(1, std::memory_order_relaxed); }
-        bool operator==(const Alive& other) const = default;
+        bool operator==(const Alive&) const = default;
         // Relaxed is enough: whoever sees a sample that owns one sees its own share of the count.
         inline static std::atomic<std::size_t> count{0};
     };

@@ -25,13 +25,12 @@ public:
 
     void SetChannelRangeDefinition(const ChannelRangeDefinition& def, std::size_t code) override
     {
-        const ChannelRangeDefinition grid = def; // `def` may be the map's own, which is about to change
-        const std::size_t count = valueCount(grid, sizeof(T));
+        const std::size_t count = valueCount(def, sizeof(T));
         if (count != m_values.size())
             m_values = std::vector<T>(count, Handler::cleared()); // gives memory back, too
         else
             std::fill(m_values.begin(), m_values.end(), Handler::cleared());
-        installGrid(grid);
+        installGrid(def); // also when it is the map's own
         HasChanged(static_cast<TChangeCode>(code));
     }
 

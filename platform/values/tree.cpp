@@ -85,7 +85,7 @@ void Tree::Add(const QString& parentPath, std::shared_ptr<ValueBase> value)
     if (m_values.contains(path))
         fail(QStringLiteral("\"%1\" exists already").arg(path), __LINE__);
     value->m_path = path;
-    m_values.insert(path, std::move(value));
+    m_values.insert(path, value);
     HasChanged(changecode::entriesChanged);
 }
 

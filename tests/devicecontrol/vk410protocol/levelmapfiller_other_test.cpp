@@ -178,6 +178,25 @@ TEST_F(FastLevelMapFillerGrid, MayBeTheOneOfTheMapItself)
     EXPECT_EQ(withMirror.m_rangeDefinition, grid);
 }
 
+TEST_F(FastLevelMapFillerGrid, ReachesTheMirrorAlsoWhenAnObserverChangesTheOneItWasTakenFrom)
+{
+    struct Emptier : IObserver {
+        explicit Emptier(values::LevelMap& m)
+            : map(m)
+        {}
+        void Update(Observable* /*subject*/, TChangeCode /*code*/) override
+        {
+            map.RemoveObserver(this);
+            map.SetChannelRangeDefinition({}, 10);
+        }
+        values::LevelMap& map;
+    } emptier{primary};
+    primary.AddObserver(&emptier);
+    withMirror.SetRangeDefinition(withMirror.GetRangeDefinition(), 10);
+    EXPECT_EQ(mirror.GetChannelRangeDefinition(), grid);
+    EXPECT_TRUE(withMirror.m_rangeDefinition.empty()) << "the grid of the primary map as it stands now";
+}
+
 TEST_F(FastLevelMapFillerGrid, IsTheMapsOwnAlsoWhenAnotherInstalledIt)
 {
     primary.SetChannelRangeDefinition(gridOf(0, 3, 1.0, 1.0), 10);
