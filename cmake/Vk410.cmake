@@ -51,15 +51,21 @@ endfunction()
 # The tests that run several threads, for the thread checks.
 add_custom_target(threaded_tests)
 
-# vk410_add_test(<name> [MOC] [SOURCES ...] LINK ... [LABELS ...]): a GoogleTest program from <name>.cpp.
-# MOC: the test declares classes with Q_OBJECT.
+# vk410_add_test(<name> [MOC] [EVENT_LOOP] [SOURCES ...] LINK ... [LABELS ...]): a GoogleTest program from <name>.cpp.
+# MOC: the test declares classes with Q_OBJECT. EVENT_LOOP: it needs an application object.
 function(vk410_add_test name)
-    cmake_parse_arguments(PARSE_ARGV 1 ARG "MOC" "" "SOURCES;LINK;LABELS")
+    cmake_parse_arguments(PARSE_ARGV 1 ARG "MOC;EVENT_LOOP" "" "SOURCES;LINK;LABELS")
     add_executable(${name} ${name}.cpp ${ARG_SOURCES})
     if(ARG_MOC)
         set_target_properties(${name} PROPERTIES AUTOMOC ON)
     endif()
-    target_link_libraries(${name} PRIVATE ${ARG_LINK} vk410_test_support GTest::gmock_main vk410::strict)
+    if(ARG_EVENT_LOOP)
+        target_sources(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support/event_loop_main.cpp)
+        target_link_libraries(${name} PRIVATE GTest::gmock)
+    else()
+        target_link_libraries(${name} PRIVATE GTest::gmock_main)
+    endif()
+    target_link_libraries(${name} PRIVATE ${ARG_LINK} vk410_test_support vk410::strict)
     # Pretty values would put raw parameter bytes into the names.
     gtest_discover_tests(${name} NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60
         PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT 300)

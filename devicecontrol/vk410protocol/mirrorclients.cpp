@@ -1,0 +1,163 @@
+// SPDX-License-Identifier: MIT
+#include "devicecontrol/vk410protocol/mirrorclients.h"
+#include "devicecontrol/vk410protocol/peerwatch.h"
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <sys/socket.h>
+#include <utility>
+
+namespace {
+
+// How much may wait for a client of which nothing leaves, and how long; and how much at all.
+constexpr qint64 stalledBytes = qint64{8} << 20;
+constexpr qint64 stalledMilliseconds = 5'000;
+constexpr qint64 mostBytes = qint64{32} << 20;
+
+// When the system gives a client up that takes nothing. Long, because it also counts the pauses of a living
+// client, which the rule above judges; this one is for a dead client to which little was sent.
+constexpr int userTimeoutMilliseconds = 30'000;
+
+constexpr std::size_t datagramsPerCall = 256;
+
+// Hands as many bytes to the system as it takes at once, past Qt's buffer: Qt writes one small chunk per turn
+// of the event loop, so that 16 clients fall behind at a fifth of the rate which one core can serve. Result:
+// bytes taken, of `datagrams` in order.
+qint64 sendAtOnce(int descriptor, std::span<const std::unique_ptr<QByteArray>> datagrams)
+{
+    qint64 sent = 0;
+    while (!datagrams.empty()) {
+        std::array<iovec, datagramsPerCall> parts{};
+        const auto batch = datagrams.first(std::min(datagrams.size(), parts.size()));
+        qint64 size = 0;
+        for (std::size_t i = 0; i < batch.size(); ++i) {
+            parts[i] = {batch[i]->data(), static_cast<std::size_t>(batch[i]->size())};
+            size += batch[i]->size();
+        }
+        msghdr message{};
+        message.msg_iov = parts.data();
+        message.msg_iovlen = batch.size();
+        const ssize_t taken = ::sendmsg(descriptor, &message, MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (taken < 0 && errno == EINTR)
+            continue;
+        if (taken > 0)
+            sent += taken;
+        if (taken != size)
+            return sent; // full, or broken: Qt finds out with what is left
+        datagrams = datagrams.subspan(batch.size());
+    }
+    return sent;
+}
+
+} // namespace
+
+void MirrorClients::add(QTcpSocket* socket)
+{
+    // What a client says is thrown away, so that it cannot fill our memory.
+    socket->setReadBufferSize(65'536);
+    QObject::connect(socket, &QIODevice::readyRead, socket,
+                     [socket] { socket->skip(socket->bytesAvailable()); });
+    peerwatch::watch(*socket, userTimeoutMilliseconds);
+    Client client{socket, 0, {}};
+    client.progress.start();
+    m_clients.push_back(client);
+}
+
+void MirrorClients::remove(QTcpSocket* socket)
+{
+    for (Client& client : m_clients) {
+        if (client.socket == socket)
+            client.socket = nullptr;
+    }
+    if (!m_isSending)
+        forgetRemoved();
+}
+
+void MirrorClients::forgetRemoved()
+{
+    std::erase_if(m_clients, [](const Client& client) { return client.socket == nullptr; });
+}
+
+std::vector<qint64> MirrorClients::send(std::span<const std::unique_ptr<QByteArray>> datagrams)
+{
+    for (const auto& datagram : datagrams)
+        m_largestDatagram = std::max<qint64>(m_largestDatagram, datagram->size());
+    std::vector<qint64> cut;
+    // A write that fails makes its client go at once, from inside the call.
+    m_isSending = true;
+    for (Client& client : m_clients) {
+        if (client.socket)
+            sendTo(*client.socket, datagrams);
+        if (client.socket && isStalled(client)) {
+            cut.push_back(client.waiting);
+            end(*std::exchange(client.socket, nullptr));
+        }
+    }
+    m_isSending = false;
+    forgetRemoved();
+    return cut;
+}
+
+void MirrorClients::end(QTcpSocket& socket)
+{
+    socket.disconnect();
+    socket.abort();
+    socket.deleteLater();
+}
+
+void MirrorClients::sendTo(QTcpSocket& socket, std::span<const std::unique_ptr<QByteArray>> datagrams)
+{
+    if (socket.bytesToWrite() != 0)
+        socket.flush();
+    qint64 sent = 0;
+    if (socket.bytesToWrite() == 0)
+        sent = sendAtOnce(static_cast<int>(socket.socketDescriptor()), datagrams);
+    for (const auto& datagram : datagrams) {
+        const qint64 size = datagram->size();
+        // By address and size: copied, because the datagram is converted in place while these bytes wait.
+        if (sent < size)
+            socket.write(datagram->constData() + sent, size - sent);
+        sent = std::max<qint64>(sent - size, 0);
+    }
+}
+
+bool MirrorClients::isStalled(Client& client) const
+{
+    QTcpSocket& socket = *client.socket;
+    const qint64 before = socket.bytesToWrite();
+    const bool progresses = before < client.waiting || before == 0;
+    client.waiting = before;
+    if (progresses)
+        client.progress.start();
+    const qint64 limit = std::max(mostBytes, 2 * m_largestDatagram);
+    const bool suspect =
+        before > limit || (before > stalledBytes && client.progress.hasExpired(stalledMilliseconds));
+    if (!suspect)
+        return false;
+    // The event loop may not have run for a while: what the system takes now was no fault of the client's.
+    while (socket.flush()) {
+    }
+    client.waiting = socket.bytesToWrite();
+    if (client.waiting < before)
+        client.progress.start();
+    return client.waiting > limit ||
+           (client.waiting > stalledBytes && client.progress.hasExpired(stalledMilliseconds));
+}
+
+void MirrorClients::disconnectAll()
+{
+    for (const Client& client : m_clients) {
+        client.socket->disconnect();
+        client.socket->flush();
+        client.socket->disconnectFromHost();
+    }
+    m_clients.clear();
+}
+
+qint64 MirrorClients::bytesWaiting() const
+{
+    qint64 waiting = 0;
+    for (const Client& client : m_clients)
+        waiting += client.socket->bytesToWrite();
+    return waiting;
+}

@@ -1,0 +1,243 @@
+// SPDX-License-Identifier: MIT
+#include "devicecontrol/vk410protocol/tcpreader.h"
+#include "devicecontrol/vk410protocol/mirrorclients.h"
+#include "devicecontrol/vk410protocol/peerwatch.h"
+#include "nqbase/errorhandler.h"
+#include "wire/framing.h"
+#include <QElapsedTimer>
+#include <QHostAddress>
+#include <QMetaMethod>
+#include <QPointer>
+#include <QScopeGuard>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <algorithm>
+#include <exception>
+#include <iterator>
+
+namespace {
+
+constexpr char sourceFile[] = "devicecontrol/vk410protocol/tcpreader";
+constexpr int connectMilliseconds = 3'000;
+constexpr int userTimeoutMilliseconds = 5'000;
+
+// What one notification handles before the event loop runs again: others live in it, too.
+constexpr qint64 bytesPerNotification = qint64{4} << 20;
+constexpr qint64 millisecondsPerNotification = 10;
+
+// Two spare bytes behind each datagram, so that the reader of its attributes need not copy it.
+constexpr int spareBytes = 2;
+
+void traceError(const QString& message, int line)
+{
+    if ((ErrorHandler::Instance()->GetTraceMask() & tracemask::error) != 0)
+        _Q_Trace(message, sourceFile, line);
+}
+
+bool hasSlot(const QObject* object, const char* signature)
+{
+    return object && object->metaObject()->indexOfSlot(signature) >= 0;
+}
+
+} // namespace
+
+TcpReader::TcpReader(const QString& address, unsigned short port, QObject* parent)
+    : m_socket(new QTcpSocket(this))
+    , m_maxDatagramSize(wire::datagram::defaultMaxSize)
+    , m_mirror(std::make_unique<MirrorClients>())
+{
+    qRegisterMetaType<UdpDatagram*>("UdpDatagram*");
+    connect(m_socket, SIGNAL(readyRead()), this, SLOT(SlotReadyRead()));
+    // A bare dispatcher has no SlotConnected; it is simply not told.
+    if (hasSlot(parent, "SlotConnected()"))
+        connect(m_socket, SIGNAL(connected()), parent, SLOT(SlotConnected()));
+    if (hasSlot(parent, "ProcessDatagram(UdpDatagram*)"))
+        connect(this, SIGNAL(si_newDatagram(UdpDatagram*)), parent, SLOT(ProcessDatagram(UdpDatagram*)));
+    connect(m_socket, &QAbstractSocket::connected, this,
+            [this] { peerwatch::watch(*m_socket, userTimeoutMilliseconds); });
+    m_socket->setReadBufferSize(bytesPerNotification);
+    m_socket->connectToHost(address, port, QIODevice::ReadOnly, QAbstractSocket::AnyIPProtocol);
+    m_socket->waitForConnected(connectMilliseconds);
+}
+
+TcpReader::~TcpReader()
+{
+    m_socket->disconnect(this);
+    m_socket->disconnectFromHost();
+    if (m_server)
+        m_server->close();
+    m_mirror->disconnectAll();
+}
+
+bool TcpReader::StartMassDataMirror(const QString& address, unsigned short port)
+{
+    if (!m_server) {
+        m_server = new QTcpServer(this);
+        connect(m_server, SIGNAL(newConnection()), this, SLOT(SlotNewConnection()));
+    }
+    return m_server->listen(QHostAddress(address), port);
+}
+
+QString TcpReader::GetLocalAddress() const
+{
+    return m_socket->localAddress().toString();
+}
+
+unsigned short TcpReader::GetLocalPort() const
+{
+    return m_socket->localPort();
+}
+
+int TcpReader::MirrorClientCount() const
+{
+    return m_mirror->count();
+}
+
+qint64 TcpReader::MirrorBytesWaiting() const
+{
+    return m_mirror->bytesWaiting();
+}
+
+void TcpReader::SlotReadyRead()
+{
+    // From inside a callback: the outer call goes on with what is there.
+    if (m_isReading)
+        return;
+    const QPointer<TcpReader> self = this; // a receiver of the signal may destroy the reader
+    m_isReading = true;
+    const auto finish = qScopeGuard([&self] {
+        if (self)
+            self->m_isReading = false;
+    });
+    // All complete datagrams first: they go to each client as one block, and are emitted afterwards.
+    if (m_complete.empty())
+        cutAvailable();
+    emitComplete();
+    if (!self)
+        return;
+    const bool moreToCut =
+        m_socket->bytesAvailable() >= (m_buffer ? qint64{1} : qint64{wire::datagram::headerSize});
+    if (!m_complete.empty() || moreToCut)
+        QMetaObject::invokeMethod(this, "SlotReadyRead", Qt::QueuedConnection);
+}
+
+void TcpReader::cutAvailable()
+{
+    std::vector<Bytes> block;
+    qint64 size = 0;
+    while (size < bytesPerNotification && (m_buffer || beginDatagram())) {
+        takeBytes();
+        if (static_cast<quint32>(m_buffer->size()) < m_total)
+            break;
+        size += m_buffer->size();
+        block.push_back(std::move(m_buffer));
+        m_total = 0;
+    }
+    if (block.empty())
+        return;
+    for (const qint64 waiting : m_mirror->send(block)) {
+        traceError(QStringLiteral("Mirror client cut: %1 bytes wait and it does not take them").arg(waiting),
+                   __LINE__);
+        if (m_observer)
+            m_observer->MirrorClientCut(waiting);
+    }
+    m_complete.insert(m_complete.end(), std::make_move_iterator(block.begin()),
+                      std::make_move_iterator(block.end()));
+}
+
+// False when the header is not there yet, or cannot be true.
+bool TcpReader::beginDatagram()
+{
+    constexpr int headerSize = wire::datagram::headerSize;
+    if (m_socket->bytesAvailable() < headerSize)
+        return false;
+    char header[headerSize];
+    if (m_socket->read(header, headerSize) != headerSize)
+        return false;
+    try {
+        m_total = *wire::datagramSize(wire::View{header, sizeof header}, m_maxDatagramSize);
+    } catch (const wire::BadDatagramSize& bad) {
+        traceError(QStringLiteral("Mass-data stream given up: ") + QString::fromLatin1(bad.what()), __LINE__);
+        breakStream(*wire::View{header, sizeof header}.get(wire::datagram::totalLength));
+        return false;
+    }
+    m_buffer = std::make_unique<QByteArray>();
+    // Room for what has arrived, never for what is promised.
+    const qint64 arrived = std::min<qint64>(m_total, headerSize + m_socket->bytesAvailable());
+    m_buffer->reserve(static_cast<int>(arrived) + spareBytes);
+    m_buffer->append(header, headerSize);
+    return true;
+}
+
+void TcpReader::takeBytes()
+{
+    const qint64 missing = qint64{m_total} - m_buffer->size();
+    const auto take = static_cast<int>(std::min(missing, m_socket->bytesAvailable()));
+    if (take <= 0)
+        return;
+    const int begin = m_buffer->size();
+    if (m_buffer->capacity() < begin + take + spareBytes) {
+        // Doubled, so that a datagram which arrives in small pieces is moved a few times only.
+        const qint64 room =
+            std::min<qint64>(std::max<qint64>(qint64{begin} * 2, qint64{begin} + take), m_total);
+        m_buffer->reserve(static_cast<int>(room) + spareBytes);
+    }
+    m_buffer->resize(begin + take);
+    const qint64 taken = m_socket->read(m_buffer->data() + begin, take);
+    m_buffer->resize(begin + static_cast<int>(std::max<qint64>(taken, 0)));
+}
+
+void TcpReader::breakStream(quint32 claimedLength)
+{
+    m_total = 0;
+    m_socket->abort();
+    if (m_observer)
+        m_observer->StreamBroken(claimedLength);
+}
+
+// As many as the time of one notification allows.
+void TcpReader::emitComplete()
+{
+    const QPointer<TcpReader> self = this;
+    QElapsedTimer timer;
+    timer.start();
+    while (self && !m_complete.empty() && !timer.hasExpired(millisecondsPerNotification)) {
+        Bytes bytes = std::move(m_complete.front());
+        m_complete.pop_front();
+        emitDatagram(std::move(bytes));
+    }
+}
+
+void TcpReader::emitDatagram(Bytes bytes)
+{
+    static const QMetaMethod signal = QMetaMethod::fromSignal(&TcpReader::si_newDatagram);
+    auto datagram = std::make_unique<UdpDatagram>(std::move(bytes));
+    if (!isSignalConnected(signal))
+        return; // nobody would own it
+    try {
+        emit si_newDatagram(datagram.release());
+    } catch (const std::exception& failure) {
+        traceError(QStringLiteral("Exception while handling a datagram: ") +
+                       QString::fromUtf8(failure.what()),
+                   __LINE__);
+    } catch (...) {
+        traceError(QStringLiteral("Exception while handling a datagram: unknown"), __LINE__);
+    }
+}
+
+void TcpReader::SlotNewConnection()
+{
+    while (QTcpSocket* const client = m_server->nextPendingConnection()) {
+        connect(client, SIGNAL(disconnected()), this, SLOT(SlotConnectionClosed()));
+        m_mirror->add(client);
+    }
+}
+
+void TcpReader::SlotConnectionClosed()
+{
+    auto* const client = qobject_cast<QTcpSocket*>(sender());
+    if (!client)
+        return;
+    m_mirror->remove(client);
+    client->deleteLater();
+}

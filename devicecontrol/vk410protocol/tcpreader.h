@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+// Mass data over TCP: cuts the receiver's stream into datagrams, and mirrors it to other programs.
+#include "devicecontrol/vk410protocol/massdataobserver.h"
+#include "devicecontrol/vk410protocol/udpdatagram.h"
+#include <QObject>
+#include <QString>
+#include <deque>
+#include <memory>
+
+class QTcpServer;
+class QTcpSocket;
+class MirrorClients;
+
+/// Reads a receiver's mass-data stream and emits its datagrams; optionally a server that forwards them byte
+/// for byte. Owner:  socket, server and mirror clients are its children; the datagrams belong to who receives
+/// the signal. Thread: that of its event loop. A parent in another thread gets the datagrams queued. Errors:
+/// it neither reconnects nor reports a loss; who wants to know watches its child socket (`findChild`).
+class Q_DECL_EXPORT TcpReader : public QObject {
+    Q_OBJECT
+
+public:
+    /// Connects to `address`:`port` and waits for that at most 3 s; the outcome is ignored here.
+    /// `parent` is whom the reader serves: its slots "ProcessDatagram(UdpDatagram*)" and "SlotConnected()"
+    /// are connected as far as it has them. It is not the reader's QObject parent and does not own it.
+    TcpReader(const QString& address, unsigned short port, QObject* parent);
+    ~TcpReader() override;
+
+    /// Serves the stream on `address`:`port` to any number of clients, whole datagrams from the next one on.
+    /// Result: whether it listens.
+    bool StartMassDataMirror(const QString& address, unsigned short port);
+
+    [[nodiscard]] QString GetLocalAddress() const;
+    [[nodiscard]] unsigned short GetLocalPort() const;
+
+    /// The longest datagram that is believed, 64 MiB at first. A header that claims more, or less than
+    /// itself, breaks the connection: the stream cannot be trusted any more.
+    void SetMaxDatagramSize(quint32 bytes) { m_maxDatagramSize = bytes; }
+
+    /// Who is told about broken streams and cut clients; null (the default): nobody.
+    void SetMassDataObserver(IMassDataObserver* observer) { m_observer = observer; }
+
+    /// Clients of the mirror at this moment.
+    [[nodiscard]] int MirrorClientCount() const;
+
+    /// Bytes that wait in this process for mirror clients.
+    [[nodiscard]] qint64 MirrorBytesWaiting() const;
+
+signals:
+    /// One complete datagram; the receiver of the signal owns it.
+    /// Order: all mirror clients have been served before.
+    void si_newDatagram(UdpDatagram* datagram);
+
+private slots:
+    void SlotReadyRead();
+    void SlotNewConnection();
+    void SlotConnectionClosed();
+
+private:
+    using Bytes = std::unique_ptr<QByteArray>;
+
+    [[nodiscard]] bool beginDatagram();
+    void takeBytes();
+    void cutAvailable();
+    void breakStream(quint32 claimedLength);
+    void emitComplete();
+    void emitDatagram(Bytes bytes);
+
+    QTcpSocket* m_socket;
+    Bytes m_buffer;               // the datagram being assembled; null between datagrams
+    quint32 m_total = 0;          // its length from its header
+    std::deque<Bytes> m_complete; // cut and mirrored, not yet emitted
+    quint32 m_maxDatagramSize;
+    bool m_isReading = false;       // a notification from inside a callback leaves the work to the outer one
+    QTcpServer* m_server = nullptr; // null until the mirror is started
+    std::unique_ptr<MirrorClients> m_mirror;
+    IMassDataObserver* m_observer = nullptr;
+};

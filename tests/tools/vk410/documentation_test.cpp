@@ -1,0 +1,111 @@
+// SPDX-License-Identifier: MIT
+// What --help and the documents say is true: every example is run.
+#include "tools/vk410/run_program.h"
+#include "tools/vk410/samples.h"
+#include <gmock/gmock.h>
+
+namespace {
+
+using namespace support;
+using testing::IsEmpty;
+using testing::Not;
+using testing::SizeIs;
+
+const std::string docs = VK410_DOCS;
+const std::string samples = docs + "/samples";
+
+std::string helpOf(const std::string& verb)
+{
+    const Ran ran = run("vk410 " + verb + " --help", samples);
+    EXPECT_EQ(ran.exitCode, 0);
+    EXPECT_EQ(ran.err, "");
+    return ran.out;
+}
+
+TEST(Help, OfTheProgramNamesItsVerbs)
+{
+    EXPECT_THAT(helpOf(""), testing::HasSubstr("\n  inspect "));
+}
+
+TEST(Help, OfAVerbFitsAScreen)
+{
+    const std::vector<std::string> lines = linesOf(helpOf("inspect"));
+
+    EXPECT_LE(lines.size(), 24U);
+    for (const std::string& line : lines)
+        EXPECT_LE(line.size(), 90U) << line;
+}
+
+TEST(Help, OfAVerbEndsWithThreeExamplesThatWork)
+{
+    const std::string help = helpOf("inspect");
+    const std::size_t at = help.find("Examples:\n");
+    ASSERT_NE(at, std::string::npos);
+    const std::vector<std::string> examples = linesOf(help.substr(at + 10));
+    ASSERT_THAT(examples, SizeIs(3));
+    for (const std::string& example : examples) {
+        const Ran ran = run(example, samples);
+        // The sample stream has an error in it, and says so.
+        EXPECT_THAT(ran.exitCode, example.find("stream.bin") == std::string::npos ? 0 : 1) << example;
+        EXPECT_THAT(ran.out, Not(IsEmpty())) << example;
+        EXPECT_EQ(ran.err, "") << example;
+    }
+}
+
+TEST(Help, OfTheProgramTellsItsVersion)
+{
+    const Ran ran = run("vk410 --version", samples);
+
+    EXPECT_EQ(ran.exitCode, 0);
+    EXPECT_THAT(ran.out, testing::MatchesRegex("vk410 [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+}
+
+// The lines of a document's console blocks: "$ command", then what it prints.
+struct Example {
+    std::string command;
+    std::string printed;
+};
+
+std::vector<Example> examplesOf(const std::string& document)
+{
+    std::vector<Example> examples;
+    bool isConsole = false;
+    for (const std::string& line : linesOf(contentOf(docs + "/" + document))) {
+        if (line.starts_with("```"))
+            isConsole = line == "```console";
+        else if (isConsole && line.starts_with("$ "))
+            examples.push_back({line.substr(2), ""});
+        else if (isConsole)
+            examples.back().printed += line + "\n";
+    }
+    return examples;
+}
+
+TEST(Documentation, OfInspectJsonPrintsWhatTheProgramPrints)
+{
+    const std::vector<Example> examples = examplesOf("inspect-json.md");
+    EXPECT_GE(examples.size(), 3U);
+    for (const Example& example : examples)
+        EXPECT_EQ(run(example.command + " 2>&1", samples).out, example.printed) << example.command;
+}
+
+void expectFile(const std::string& name, const wire::Bytes& expected)
+{
+    const std::string content = contentOf(samples + "/" + name);
+    if (wire::Bytes(content.begin(), content.end()) == expected)
+        return;
+    const std::string fresh = testing::TempDir() + name;
+    std::FILE* const file = std::fopen(fresh.c_str(), "wb");
+    ASSERT_TRUE(file);
+    std::fwrite(expected.data(), 1, expected.size(), file);
+    std::fclose(file);
+    FAIL() << name << " is not what the sample writer writes; that lies in " << fresh;
+}
+
+TEST(Documentation, HasTheSamplesThatItsExamplesUse)
+{
+    expectFile("stream.bin", sampleStream());
+    expectFile("receiver.pcap", sampleCapture());
+}
+
+} // namespace

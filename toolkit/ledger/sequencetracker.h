@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+// What the sequence numbers of a stream say about its way: lost, doubled and late datagrams.
+#include <bitset>
+#include <cstdint>
+
+namespace ledger {
+
+/// Counts by the 16-bit sequence numbers of one sender, which wrap.
+class SequenceTracker {
+public:
+    /// Takes the number of the next datagram received.
+    void take(std::uint16_t sequence);
+
+    /// The next number starts a new sequence.
+    void restart() { m_started = false; }
+
+    /// Datagrams that never came. A late one takes its count back.
+    [[nodiscard]] std::uint64_t lost() const { return m_lost; }
+    [[nodiscard]] std::uint64_t duplicates() const { return m_duplicates; }
+    /// Datagrams that came after a later one.
+    [[nodiscard]] std::uint64_t reordered() const { return m_reordered; }
+    /// Jumps backwards by more than a network reorders: the sender began anew.
+    [[nodiscard]] std::uint64_t restarts() const { return m_restarts; }
+
+private:
+    // How far behind the newest number a late datagram is still believed to be late.
+    static constexpr int window = 1'024;
+
+    void skipTo(std::uint16_t sequence);
+
+    std::bitset<65'536> m_missing; // numbers that were skipped and may still come
+    std::uint16_t m_expected = 0;
+    bool m_started = false;
+    std::uint64_t m_lost = 0;
+    std::uint64_t m_duplicates = 0;
+    std::uint64_t m_reordered = 0;
+    std::uint64_t m_restarts = 0;
+};
+
+} // namespace ledger

@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+// The verbs of the program, and how each of them ends.
+#include <CLI/CLI.hpp>
+#include <functional>
+
+namespace verbs {
+
+enum ExitCode : int {
+    Done = 0,
+    NotSound = 1, // data was lost, or is not sound
+    Failed = 2,   // nothing could be done, or wrong usage
+};
+
+/// What the chosen verb does once the command line is read.
+/// Result: an ExitCode.
+using Run = std::function<int()>;
+
+/// Each adds its verb to `program`; choosing it sets `run`.
+void addInspect(CLI::App& program, Run& run);
+
+} // namespace verbs
