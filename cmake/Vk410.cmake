@@ -7,6 +7,7 @@ add_library(vk410::strict ALIAS vk410_strict)
 target_compile_options(vk410_strict INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion -Wold-style-cast
     -Wnon-virtual-dtor -Woverloaded-virtual
+    -ffp-contract=off # channel positions are evaluated just so: a product, then a sum
     $<$<BOOL:${VK410_WERROR}>:-Werror>)
 # The libraries never replace each other's functions at load time; calls inside one need no indirection.
 target_compile_options(vk410_strict INTERFACE -fno-semantic-interposition)

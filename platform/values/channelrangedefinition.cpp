@@ -116,7 +116,11 @@ unsigned int nearestChannel(const ChannelRange& range, double x)
     // Asked first: the distance of an infinite position to itself is not a number.
     if (position == x)
         return above;
-    return std::abs(position - x) < std::abs(range.position(above - 1) - x) ? above : above - 1;
+    const double below = range.position(above - 1);
+    if (std::abs(position - x) < std::abs(below - x))
+        return above;
+    // Several channels may round to the place below; the first of them.
+    return firstNotBefore(range, below);
 }
 
 // The channel nearest to `x`, limited to the range.

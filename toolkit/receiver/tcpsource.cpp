@@ -117,6 +117,11 @@ void TcpSource::retryLater(const QString& why)
 {
     if (m_retry.isActive())
         return;
+    // What has arrived whole is delivered before the reader goes.
+    if (m_reader && m_reader->HasPendingDatagrams()) {
+        QTimer::singleShot(1, this, [this, why] { retryLater(why); });
+        return;
+    }
     // Both may be the sender of the signal that led here.
     if (m_probe) {
         m_probe->disconnect(this);
