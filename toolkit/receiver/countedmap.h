@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+// Maps that tell the ledger what is written into them.
+#include "nqbase/nqexception.h"
+#include "toolkit/ledger/ledger.h"
+#include "values/fastvaluemap.h"
+
+namespace receiver {
+
+/// A value map whose writes and refusals are counted.
+template <typename T, typename Handler>
+class CountedMap : public values::FastValueMap<T, Handler> {
+    using Map = values::FastValueMap<T, Handler>;
+
+public:
+    CountedMap(const QString& name, ledger::Ledger& ledger)
+        : Map(name)
+        , m_ledger(ledger)
+    {}
+
+    void SetChannelValues(long first, unsigned int count, const T* source) override
+    {
+        try {
+            Map::SetChannelValues(first, count, source);
+        } catch (const NQException&) {
+            m_ledger.mapRejected();
+            throw;
+        }
+        m_ledger.mapWritten();
+    }
+
+private:
+    ledger::Ledger& m_ledger;
+};
+
+using CountedLevelMap = CountedMap<short, values::levelHandler>;
+using CountedBearingMap = CountedMap<values::Bearing, values::BearingHandler>;
+using CountedDFSpectrumMap = CountedMap<values::DFSpectrumSample, values::DFSpectrumSampleHandler>;
+
+} // namespace receiver

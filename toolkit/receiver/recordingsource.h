@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+// A recording as a source, with the recording's clock.
+#include "nqbase/tavoos.h"
+#include "toolkit/receiver/source.h"
+#include "toolkit/recording/recording.h"
+#include <QElapsedTimer>
+#include <QTimer>
+#include <optional>
+
+namespace receiver {
+
+/// Plays a recording at its own pace, a multiple of it, or as fast as possible. While it plays, the
+/// operating-system layer's clock is that of the recording, so that maps get the stamps which live reception
+/// gave them.
+class RecordingSource : public Source {
+    Q_OBJECT
+
+public:
+    RecordingSource(std::string path, const Playback& playback);
+    ~RecordingSource() override;
+
+    void start(Sink sink) override;
+    [[nodiscard]] Facts facts() const override;
+
+private:
+    class Clock;
+    void play();
+    bool readNext();
+    [[nodiscard]] qint64 millisecondsUntilDue() const;
+
+    std::string m_path;
+    Playback m_playback;
+    Sink m_sink;
+    std::unique_ptr<recording::DatagramSource> m_recording;
+    std::optional<recording::Datagram> m_next;
+    std::shared_ptr<Clock> m_clock;
+    std::shared_ptr<ITavoOS> m_oldClock;
+    std::int64_t m_firstNs = 0;
+    quint64 m_played = 0;
+    QElapsedTimer m_sinceStart;
+    QTimer m_timer;
+    std::string m_state = "not started";
+};
+
+} // namespace receiver

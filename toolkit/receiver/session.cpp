@@ -1,0 +1,157 @@
+// SPDX-License-Identifier: MIT
+#include "toolkit/receiver/session.h"
+#include "devicecontrol/vk410protocol/levelmapfillerimpl.h"
+
+namespace receiver {
+
+namespace {
+
+class IfpanConfig final : public MdpIfpan::IConfig {
+public:
+    explicit IfpanConfig(const SessionOptions& options)
+        : m_options(options)
+    {}
+    bool IsSpanFollowedDuringSearch() override { return m_options.spanFollowedDuringSearch; }
+    bool IsEndOfSearchNotified() override { return m_options.endOfSearchNotified; }
+    bool UseDeviceTimestamp() override { return m_options.useDeviceTimestamp; }
+    bool IsMSearchSimulated() override { return m_options.simulateMSearch; }
+    bool UseDfBearingMapPath() override { return m_options.useDfBearingMapPath; }
+    bool IsDfForcedOn() override { return m_options.dfForcedOn; }
+    bool IsAfcFollowed() override { return m_options.followAfc; }
+    bool HasBearingMap() override { return m_options.hasBearingMap; }
+
+private:
+    SessionOptions m_options;
+};
+
+// FNV-1a over bytes.
+class Hash {
+public:
+    void add(const void* bytes, std::size_t size)
+    {
+        const auto* const begin = static_cast<const unsigned char*>(bytes);
+        for (std::size_t i = 0; i < size; ++i)
+            m_value = (m_value ^ begin[i]) * 0x100000001B3U;
+    }
+    void add(const values::ChannelRangeDefinition& grid)
+    {
+        for (const values::ChannelRange& range : grid.GetRanges()) {
+            add(&range.firstChannel, sizeof range.firstChannel);
+            add(&range.count, sizeof range.count);
+            add(&range.start, sizeof range.start);
+            add(&range.step, sizeof range.step);
+        }
+    }
+    [[nodiscard]] quint64 value() const { return m_value; }
+
+private:
+    quint64 m_value = 0xCBF29CE484222325U;
+};
+
+void addLevels(Hash& hash, const values::LevelMap& map)
+{
+    hash.add(map.GetChannelRangeDefinition());
+    hash.add(map.GetValues().data(), map.GetValues().size_bytes());
+}
+
+} // namespace
+
+Session::Session(const SessionOptions& options)
+    : m_values(m_ledger)
+    , m_dispatcher(options.ignoreChannel)
+{
+    m_dispatcher.SetMassDataObserver(&m_ledger);
+    registerProcessors(options);
+}
+
+Session::~Session() = default;
+
+void Session::registerProcessors(const SessionOptions& options)
+{
+    m_ifpan =
+        std::make_unique<MdpIfpan>(std::make_unique<IfpanConfig>(options),
+                                   std::make_shared<FastLevelMapFiller>(m_values.ifPanorama.get(), nullptr));
+    m_ifpan->SetMassDataObserver(&m_ledger);
+    m_ifpan->Init(QString::fromLatin1(devicePath), QString::fromLatin1(followPath));
+    connect(m_ifpan.get(), &MdpIfpan::signalTraceData, this, [this] { ++m_traces; });
+    m_dispatcher.RegisterTagProcessor(m_ifpan.get(), static_cast<TRACE_TAG>(options.ifPanoramaTag), 0);
+
+    m_zeroSpan = std::make_unique<MdpZeroSpan>(
+        std::make_shared<FastLevelMapFiller>(m_values.zeroSpan.get(), nullptr),
+        std::make_shared<FastLevelMapFiller>(m_values.zeroSpan2.get(), nullptr));
+    m_zeroSpan->SetMassDataObserver(&m_ledger);
+    m_zeroSpan->Init(QString::fromLatin1(devicePath));
+    m_dispatcher.RegisterTagProcessor(m_zeroSpan.get(), static_cast<TRACE_TAG>(options.zeroSpanTag), 0);
+}
+
+void Session::run(std::unique_ptr<Source> source)
+{
+    m_source = std::move(source);
+    m_source->setObserver(&m_ledger);
+    connect(m_source.get(), &Source::said, this, &Session::said);
+    connect(m_source.get(), &Source::finished, this, &Session::finished);
+    connect(m_source.get(), &Source::restarted, this, [this] {
+        m_ledger.restartSequence();
+        m_dispatcher.invalidateSeqNumber();
+    });
+    m_source->start([this](Received received) { take(std::move(received)); });
+}
+
+void Session::take(Received received)
+{
+    m_sinceLast.start();
+    for (const Tap& tap : m_taps)
+        tap(received);
+    m_dispatcher.ProcessDatagram(received.datagram.release());
+}
+
+ledger::Ledger& Session::ledger()
+{
+    if (m_source)
+        m_ledger.setKernelDropped(m_source->facts().kernelDropped);
+    return m_ledger;
+}
+
+Status Session::status() const
+{
+    Status status;
+    if (m_source) {
+        const Source::Facts facts = m_source->facts();
+        status.source = facts.name;
+        status.state = facts.state;
+    }
+    const values::ChannelRangeDefinition& grid = m_values.ifPanorama->GetChannelRangeDefinition();
+    if (grid.GetChannelCount() != 0) {
+        const double first = grid.ChannelIdToFrequency(grid.GetMinChannelId());
+        const double last = grid.ChannelIdToFrequency(grid.GetMaxChannelId());
+        status.centreHz = (first + last) / 2;
+        status.spanHz = last - first;
+    }
+    status.channels = grid.GetChannelCount();
+    status.traces = m_traces;
+    const ledger::Counters counters = m_ledger.counters();
+    status.datagrams = counters.datagrams;
+    status.bytes = counters.bytes;
+    if (m_sinceLast.isValid())
+        status.ageSeconds = static_cast<double>(m_sinceLast.elapsed()) / 1000.0;
+    return status;
+}
+
+quint64 Session::mapHash() const
+{
+    Hash hash;
+    addLevels(hash, *m_values.ifPanorama);
+    addLevels(hash, *m_values.zeroSpan);
+    addLevels(hash, *m_values.zeroSpan2);
+    hash.add(m_values.bearings->GetChannelRangeDefinition());
+    hash.add(m_values.bearings->GetValues().data(), m_values.bearings->GetValues().size_bytes());
+    hash.add(m_values.dfSpectrum->GetChannelRangeDefinition());
+    for (const values::DFSpectrumSample& sample : m_values.dfSpectrum->GetValues()) {
+        for (const int field : {int{sample.getQuality()}, int{sample.getAzimuth()}, int{sample.getLevel()},
+                                int{sample.getElevation()}, static_cast<int>(sample.getValidity())})
+            hash.add(&field, sizeof field);
+    }
+    return hash.value();
+}
+
+} // namespace receiver

@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+// A UDP socket that receives in batches and knows what the system dropped.
+#include "toolkit/receiver/sourcespec.h"
+#include "toolkit/recording/origin.h"
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <span>
+
+namespace receiver {
+
+/// One packet in a batch, valid during the call only.
+struct Packet {
+    std::span<const unsigned char> bytes;
+    recording::Endpoint from;
+};
+
+/// A bound socket. Owner: of its descriptor.
+class UdpSocket {
+public:
+    /// Opens, binds and, where asked, joins the group.
+    /// Errors: std::runtime_error that says what failed and what helps.
+    UdpSocket(const SourceSpec& spec, int bufferBytes);
+    UdpSocket(const UdpSocket&) = delete;
+    UdpSocket& operator=(const UdpSocket&) = delete;
+    ~UdpSocket();
+
+    [[nodiscard]] int descriptor() const { return m_descriptor; }
+
+    /// Takes one batch of what waits, without waiting.
+    /// Result: packets taken.
+    std::size_t receive(const std::function<void(const Packet&)>& take);
+
+    /// Size of the receive buffer as the system counts it, half of what it reports.
+    [[nodiscard]] int bufferGranted() const;
+
+    /// Packets that the system dropped because the buffer was full, since the socket is there.
+    [[nodiscard]] std::uint64_t kernelDropped() const;
+
+    [[nodiscard]] recording::Endpoint local() const { return m_local; }
+
+private:
+    struct Batch;
+    void bindTo(const SourceSpec& spec);
+    void join(const SourceSpec& spec);
+
+    int m_descriptor = -1;
+    recording::Endpoint m_local;
+    std::unique_ptr<Batch> m_batch;
+};
+
+} // namespace receiver

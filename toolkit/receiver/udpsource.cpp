@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: MIT
+#include "toolkit/receiver/udpsource.h"
+#include "toolkit/recording/datagramsource.h"
+#include <QElapsedTimer>
+#include <fmt/format.h>
+
+namespace receiver {
+
+namespace {
+
+// What one notification handles before the event loop runs again.
+constexpr qint64 millisecondsPerNotification = 10;
+
+std::unique_ptr<QByteArray> withSpareBytes(std::span<const unsigned char> bytes)
+{
+    return std::make_unique<QByteArray>(recording::withSpareRoom(bytes.data(), bytes.size()));
+}
+
+} // namespace
+
+UdpSource::UdpSource(const SourceSpec& spec)
+    : m_spec(spec)
+{}
+
+void UdpSource::start(Sink sink)
+{
+    m_sink = std::move(sink);
+    m_socket = std::make_unique<UdpSocket>(m_spec, bufferBytes);
+    m_notifier = std::make_unique<QSocketNotifier>(m_socket->descriptor(), QSocketNotifier::Read);
+    connect(m_notifier.get(), &QSocketNotifier::activated, this, [this] { takeWhatWaits(); });
+    const Facts now = facts();
+    emit said(QString::fromStdString(fmt::format("{}: {}", now.name, now.state)));
+    if (!now.advice.empty())
+        emit said(QString::fromStdString(now.advice));
+}
+
+void UdpSource::takeWhatWaits()
+{
+    QElapsedTimer timer;
+    timer.start();
+    std::size_t taken = 0;
+    do {
+        const std::int64_t receivedNs = nowNs();
+        taken = m_socket->receive([&](const Packet& packet) {
+            m_sink({std::make_unique<UdpDatagram>(withSpareBytes(packet.bytes)),
+                    receivedNs,
+                    {recording::Transport::Udp, packet.from, m_socket->local()}});
+        });
+    } while (taken != 0 && !timer.hasExpired(millisecondsPerNotification));
+}
+
+Source::Facts UdpSource::facts() const
+{
+    Facts facts;
+    facts.name =
+        fmt::format("udp {}{}:{}", m_spec.group.isNull() ? "" : m_spec.group.toString().toStdString() + "@",
+                    m_spec.address.isNull() ? "any" : m_spec.address.toString().toStdString(), m_spec.port);
+    facts.bufferAsked = bufferBytes;
+    if (!m_socket) {
+        facts.state = "not started";
+        return facts;
+    }
+    facts.bufferGranted = m_socket->bufferGranted();
+    facts.kernelDropped = m_socket->kernelDropped();
+    facts.state =
+        fmt::format("listening, socket buffer {} of {} kB", facts.bufferGranted / 1024, bufferBytes / 1024);
+    if (facts.bufferGranted < bufferBytes)
+        facts.advice = fmt::format("a larger socket buffer loses less: sudo sysctl -w net.core.rmem_max={}",
+                                   bufferBytes);
+    return facts;
+}
+
+} // namespace receiver
