@@ -125,11 +125,12 @@ TEST(Summary, ListsWhatWasDropped)
         summaryOf({datagramOf(DatagramWriter{}.magic(1).build(), 0),
                    datagramOf(DatagramWriter{}.attribute(101).selectors(0x00400000).build(), 16)});
 
-    EXPECT_THAT(lines, Contains("2 errors"));
-    EXPECT_THAT(lines, Contains("  datagram 0 at byte 0: bad magic"));
+    EXPECT_THAT(lines, Contains("2 errors: 1 Bad Magic, 1 Unknown Selector Flag"));
+    EXPECT_THAT(lines, Contains("  datagram 0 at byte 0: Bad Magic"));
     EXPECT_THAT(
         lines,
-        Contains("  datagram 1 at byte 16: attribute 0: Unknown Selector Flag: selector bit 22 at byte 24"));
+        Contains(
+            "  datagram 1 at byte 16: Unknown Selector Flag in attribute 0: selector bit 22 at byte 24"));
     EXPECT_THAT(lines, Contains(StartsWith("file: 2 datagrams, 1 invalid;")));
 }
 
@@ -141,8 +142,8 @@ TEST(Summary, ListsTwentyErrorsAndCountsTheRest)
 
     const std::vector<std::string> lines = summaryOf(std::move(datagrams));
 
-    EXPECT_THAT(lines, Contains("  datagram 19 at byte 0: bad magic"));
-    EXPECT_THAT(lines, Not(Contains("  datagram 20 at byte 0: bad magic")));
+    EXPECT_THAT(lines, Contains("  datagram 19 at byte 0: Bad Magic"));
+    EXPECT_THAT(lines, Not(Contains("  datagram 20 at byte 0: Bad Magic")));
     EXPECT_EQ(lines.back(), "  and 5 more");
 }
 
