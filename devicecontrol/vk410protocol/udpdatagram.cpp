@@ -154,6 +154,7 @@ UdpDatagram::UdpDatagram(std::unique_ptr<QByteArray> bytes)
 {
     const int size = m_buffer->size();
     constexpr int spare = spareBytes;
+    m_buffer->detach(); // first: bytes that are shared lose their spare room with it
     if (size <= std::numeric_limits<int>::max() - spare && m_buffer->capacity() < size + spare)
         m_buffer->reserve(size + spare);
     m_header = reinterpret_cast<unsigned char*>(m_buffer->data());

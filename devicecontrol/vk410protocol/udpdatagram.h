@@ -174,6 +174,9 @@ public:
     /// Whether the last `SetupDataPointers` found that the attribute leaves the datagram.
     [[nodiscard]] bool Truncated() const { return m_truncated; }
 
+    /// The first byte: as received, until attributes are stepped to and set up.
+    [[nodiscard]] const unsigned char* Bytes() const { return m_header; }
+
     /// Bytes received.
     [[nodiscard]] quint32 Size() const { return m_size; }
 

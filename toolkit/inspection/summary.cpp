@@ -18,7 +18,10 @@ constexpr unsigned stragglers = 256;   // so far behind, a datagram was overtake
 
 double seconds(std::int64_t from, std::int64_t to)
 {
-    return (static_cast<double>(to) - static_cast<double>(from)) / 1e9;
+    if (to < from)
+        return -seconds(to, from);
+    // Unsigned, for times of any distance; not as floating numbers, which would lose the nanoseconds.
+    return static_cast<double>(static_cast<std::uint64_t>(to) - static_cast<std::uint64_t>(from)) / 1e9;
 }
 
 std::string range(std::uint32_t low, std::uint32_t high)
