@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "toolkit/simulation/generator.h"
 #include "toolkit/simulation/bandgenerator.h"
+#include "toolkit/simulation/iqgenerator.h"
 #include "toolkit/simulation/zerospangenerator.h"
 
 namespace simulation {
@@ -9,8 +10,12 @@ std::unique_ptr<Generator> makeGenerator(const Scene& scene, std::uint64_t seed)
 {
     switch (scene.kind) {
     case SceneKind::Band:
+        if (!scene.iq.empty())
+            return std::make_unique<IqPanorama>(scene);
         return std::make_unique<BandGenerator>(scene, seed);
     case SceneKind::ZeroSpan:
+        if (!scene.iq.empty())
+            return std::make_unique<IqZeroSpan>(scene);
         return std::make_unique<ZeroSpanGenerator>(scene, seed);
     case SceneKind::Df:
         break;

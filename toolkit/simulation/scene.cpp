@@ -137,6 +137,9 @@ void checkJob(const Scene& scene, const Job& job)
 
 void checkDirectionFinding(const Scene& scene)
 {
+    if (!scene.iq.empty())
+        throw BadScene{
+            fmt::format("{}: iq: expected in a scene of kind band or zerospan, found in df", scene.name)};
     expect(!scene.jobs.empty(), scene, "jobs", "at least one job", 0);
     expect(scene.points <= mostBlockChannels, scene, "points", fmt::format("2 to {}", mostBlockChannels),
            scene.points);

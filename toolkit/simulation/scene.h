@@ -74,9 +74,8 @@ struct Scene {
     int superResolution = 0; // bearings per channel in the super-resolution arrays; 0: none
 
     // Recorded I/Q in place of `onAir`.
-    std::string iq;               // path of a .sigmf-meta file, or empty
-    bool iqLoop = false;          // begins anew at the recording's end
-    bool iqSettingsGiven = false; // centre, span and points are not those of the recording
+    std::string iq;      // path of a .sigmf-meta file, or empty
+    bool iqLoop = false; // begins anew at the recording's end
 
     /// Hz from one channel of a panorama to the next.
     [[nodiscard]] double stepHz() const { return spanHz / (points - 1); }

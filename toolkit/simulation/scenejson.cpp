@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Scenes as JSON: every mistake is answered with its place, what was expected there and what was found.
+#include "toolkit/simulation/iqfile.h"
 #include "toolkit/simulation/scene.h"
 #include <algorithm>
 #include <array>
@@ -147,8 +148,6 @@ public:
         number(name, to, frequencies);
     }
 
-    [[nodiscard]] bool has(const char* name) const { return m_object.contains(name); }
-
     // A misspelt name would otherwise be a setting without effect.
     void nothingElse() const
     {
@@ -242,13 +241,14 @@ Scene defaultsOf(SceneKind kind)
     return scene;
 }
 
+// Comes first: what the scene says of centre, span and points goes before what the recording says.
 void readIq(Members& members, Scene& scene, const std::string& folder)
 {
-    members.text("iq", scene.iq);
+    std::string path;
+    members.text("iq", path);
     members.flag("iqLoop", scene.iqLoop);
-    scene.iqSettingsGiven = members.has("centreHz") || members.has("spanHz") || members.has("points");
-    if (!scene.iq.empty() && !folder.empty())
-        scene.iq = (std::filesystem::path(folder) / scene.iq).string();
+    if (!path.empty())
+        useRecording(scene, (std::filesystem::path(folder) / path).string());
 }
 
 } // namespace
@@ -260,6 +260,7 @@ Scene parseScene(const std::string& json, const std::string& where, const std::s
     Scene scene = defaultsOf(members.choice("kind", kinds));
     scene.name = where;
     members.text("name", scene.name);
+    readIq(members, scene, folder);
     members.number("centreHz", scene.centreHz, frequencies);
     members.number("spanHz", scene.spanHz, {2, 2e9});
     members.whole("points", scene.points, 2, 32'000);
@@ -271,7 +272,6 @@ Scene parseScene(const std::string& json, const std::string& where, const std::s
     members.number("blankingProbability", scene.blankingProbability, probabilities);
     members.number("overflowProbability", scene.overflowProbability, probabilities);
     members.whole("superResolution", scene.superResolution, 0, 8);
-    readIq(members, scene, folder);
     scene.onAir = listOf<Signal>(members, "signals", where, signalOf);
     scene.jobs = listOf<Job>(members, "jobs", where, jobOf);
     members.nothingElse();

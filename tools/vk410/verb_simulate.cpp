@@ -2,6 +2,7 @@
 // vk410 simulate: sends what a receiver would send.
 #include "toolkit/receiver/sourcespec.h"
 #include "toolkit/sending/sender.h"
+#include "toolkit/simulation/iqfile.h"
 #include "toolkit/simulation/player.h"
 #include "tools/vk410/sources.h"
 #include "tools/vk410/stopsignals.h"
@@ -95,10 +96,8 @@ simulation::Scene sceneOf(const Arguments& arguments)
 {
     simulation::Scene scene = simulation::sceneNamed(arguments.scene);
     if (!arguments.iq.empty())
-        scene.iq = arguments.iq;
+        simulation::useRecording(scene, arguments.iq);
     scene.iqLoop = scene.iqLoop || arguments.loop;
-    scene.iqSettingsGiven = scene.iqSettingsGiven || arguments.centreHz || arguments.spanHz ||
-                            arguments.stepHz || arguments.points;
     scene.centreHz = arguments.centreHz.value_or(scene.centreHz);
     scene.spanHz = arguments.spanHz.value_or(scene.spanHz);
     scene.points = arguments.points.value_or(scene.points);

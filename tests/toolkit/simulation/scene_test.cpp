@@ -103,14 +103,6 @@ TEST(SceneFile, SetsEverythingThatItSays)
     EXPECT_EQ(scene.onAir[1].durationMs, 7);
 }
 
-TEST(SceneFile, FindsItsRecordingBesideItself)
-{
-    const Scene scene = parseScene(R"({"kind": "band", "iq": "x.sigmf-meta"})", "a.json", "/some/where");
-
-    EXPECT_EQ(scene.iq, "/some/where/x.sigmf-meta");
-    EXPECT_FALSE(scene.iqSettingsGiven);
-}
-
 TEST(BuiltinScenes, AreThreeAndSound)
 {
     for (const char* const name : {"band", "zerospan", "df"})
