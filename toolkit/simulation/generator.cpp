@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "toolkit/simulation/generator.h"
 #include "toolkit/simulation/bandgenerator.h"
+#include "toolkit/simulation/dfgenerator.h"
 #include "toolkit/simulation/iqgenerator.h"
 #include "toolkit/simulation/zerospangenerator.h"
 
@@ -18,9 +19,9 @@ std::unique_ptr<Generator> makeGenerator(const Scene& scene, std::uint64_t seed)
             return std::make_unique<IqZeroSpan>(scene);
         return std::make_unique<ZeroSpanGenerator>(scene, seed);
     case SceneKind::Df:
-        break;
+        return std::make_unique<DfGenerator>(scene, seed);
     }
-    throw BadScene{"direction finding is not simulated yet"};
+    return nullptr;
 }
 
 } // namespace simulation

@@ -15,7 +15,8 @@ namespace simulation {
 struct Seen {
     std::string_view name;
     double frequencyHz;
-    double level; // dBuV; of recorded I/Q: dB below full scale
+    double level;           // dBuV; of recorded I/Q: dB relative to full scale
+    double azimuthDeg = -1; // negative: not found
 };
 
 /// One trace, before it gets its sequence number.

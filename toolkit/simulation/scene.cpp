@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "toolkit/simulation/scene.h"
+#include "toolkit/simulation/dfgenerator.h"
 #include <cmath>
 #include <fmt/format.h>
 
@@ -12,7 +13,8 @@ using Type = Signal::Type;
 // So that a trace fits into one UDP packet of at most 65,507 bytes.
 constexpr int mostPoints = 32'000;
 constexpr int mostTimePoints = 16'000;
-constexpr int mostBlockChannels = 2'000;
+constexpr int mostBlockChannels = 5'000;
+constexpr std::size_t mostBlockBytes = 65'000;
 constexpr double mostSpanHz = 2e9; // the wire has 31 bits for it
 
 Signal carrier(std::string name, double frequencyHz, double levelDbuv)
@@ -97,7 +99,7 @@ Scene directionFinding()
     scene.name = "df";
     scene.kind = SceneKind::Df;
     scene.centreHz = 150e6;
-    scene.points = 400;
+    scene.points = 401;
     scene.rate = 40;
     scene.jobs = {{1, 145e6, 155e6, 12.5e3, 1}, {2, 430e6, 440e6, 25e3, 2}};
     // Two that move and cross.
@@ -130,6 +132,10 @@ void checkPanorama(const Scene& scene)
 void checkJob(const Scene& scene, const Job& job)
 {
     expect(job.stepHz > 0, scene, "jobs.stepHz", "more than 0", job.stepHz);
+    // Step and span of a block have 31 bits on the wire, the step in thousandths of a hertz.
+    expect(job.stepHz <= 2e6, scene, "jobs.stepHz", "at most 2e6", job.stepHz);
+    expect(job.stepHz * scene.points <= mostSpanHz, scene, "points",
+           fmt::format("at most {:.0f} with this step", mostSpanHz / job.stepHz), scene.points);
     expect(job.stopHz > job.startHz, scene, "jobs.stopHz", "more than startHz", job.stopHz);
     expect((job.stopHz - job.startHz) / job.stepHz <= 1e6, scene, "jobs.stepHz", "at most a million channels",
            job.stepHz);
@@ -143,6 +149,10 @@ void checkDirectionFinding(const Scene& scene)
     expect(!scene.jobs.empty(), scene, "jobs", "at least one job", 0);
     expect(scene.points <= mostBlockChannels, scene, "points", fmt::format("2 to {}", mostBlockChannels),
            scene.points);
+    // So that a block fits into one UDP packet.
+    const auto most = static_cast<int>(mostBlockBytes / bytesPerDfChannel(scene.superResolution));
+    expect(scene.points <= most, scene, "points",
+           fmt::format("at most {} with {} bearings a channel", most, scene.superResolution), scene.points);
     for (const Job& job : scene.jobs)
         checkJob(scene, job);
 }

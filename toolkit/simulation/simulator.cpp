@@ -181,8 +181,14 @@ void Simulator::tell(const Made& made, const wire::Bytes& sound, FaultKind fault
     if (fault == FaultKind::Truncate)
         line["sentSize"] = sent.bytes.size();
     Json& signals = line["signals"] = Json::array();
-    for (const Seen& seen : made.seen)
-        signals.push_back({{"name", seen.name}, {"frequencyHz", seen.frequencyHz}, {"level", seen.level}});
+    for (const Seen& seen : made.seen) {
+        Json& signal = signals.emplace_back();
+        signal["name"] = seen.name;
+        signal["frequencyHz"] = seen.frequencyHz;
+        signal["level"] = seen.level;
+        if (seen.azimuthDeg >= 0)
+            signal["azimuthDeg"] = seen.azimuthDeg;
+    }
     m_truth(line.dump());
 }
 

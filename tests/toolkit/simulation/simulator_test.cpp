@@ -22,10 +22,19 @@ std::vector<Emission> run(Simulator& simulator)
     return emissions;
 }
 
+simulation::Scene sceneFor(const std::string& name)
+{
+    if (name != "df with super-resolution")
+        return Simulator::builtinScene(name);
+    simulation::Scene scene = Simulator::builtinScene("df");
+    scene.superResolution = 3;
+    return scene;
+}
+
 std::vector<wire::Bytes> datagramsOf(const char* scene, std::uint64_t seed, const Faults& faults,
                                      std::uint64_t traces)
 {
-    Simulator simulator{Simulator::builtinScene(scene), seed};
+    Simulator simulator{sceneFor(scene), seed};
     simulator.setFaults(faults);
     simulator.setLimit(traces);
     std::vector<wire::Bytes> datagrams;
@@ -55,7 +64,7 @@ struct Received {
 
 Received receive(const char* scene, std::uint64_t seed, const Faults& faults, std::uint64_t traces)
 {
-    Simulator simulator{Simulator::builtinScene(scene), seed};
+    Simulator simulator{sceneFor(scene), seed};
     simulator.setFaults(faults);
     simulator.setLimit(traces);
     support::RecordingDispatcher receiver;
@@ -125,6 +134,8 @@ TEST(Simulator, MakesTheSameDatagramsFromTheSameSeed)
 {
     EXPECT_EQ(datagramsOf("band", 5, everything, 300), datagramsOf("band", 5, everything, 300));
     EXPECT_EQ(datagramsOf("zerospan", 5, everything, 50), datagramsOf("zerospan", 5, everything, 50));
+    EXPECT_EQ(datagramsOf("df with super-resolution", 5, everything, 50),
+              datagramsOf("df with super-resolution", 5, everything, 50));
 }
 
 TEST(Simulator, MakesOtherDatagramsFromAnotherSeed)
