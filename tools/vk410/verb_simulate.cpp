@@ -9,6 +9,7 @@
 #include "tools/vk410/verbs.h"
 #include <QCoreApplication>
 #include <QTimer>
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <fmt/format.h>
@@ -237,6 +238,7 @@ private:
     // The truth on stdout is not mixed with words for people.
     void report() const
     {
+        std::fflush(stdout);
         fmt::print(m_arguments.truth == "-" ? stderr : stdout, "{} to {}, {} not sent\n", countsText(),
                    targets(), dropped());
     }
@@ -252,16 +254,42 @@ private:
     bool m_isStarted = false;
 };
 
-int simulate(const Arguments& arguments)
+struct FaultOption {
+    const char* name;
+    double simulation::Faults::*probability;
+};
+constexpr std::array<FaultOption, 6> faultOptions{{{"--drop", &simulation::Faults::drop},
+                                                   {"--dup", &simulation::Faults::duplicate},
+                                                   {"--reorder", &simulation::Faults::reorder},
+                                                   {"--corrupt", &simulation::Faults::corrupt},
+                                                   {"--truncate", &simulation::Faults::truncate},
+                                                   {"--stall", &simulation::Faults::stall}}};
+
+// The parser has no names for hidden options, so what it says of their values would help nobody.
+void checkArguments(const Arguments& arguments)
 {
     if (arguments.udp.empty() && arguments.tcp.empty() && arguments.truth.empty())
         throw receiver::BadSource{"expected --udp ADDRESS:PORT, --tcp ADDRESS:PORT or --truth FILE"};
-    const simulation::Faults& faults = arguments.faults;
-    const double sum =
-        faults.drop + faults.duplicate + faults.reorder + faults.corrupt + faults.truncate + faults.stall;
+    if (arguments.points && arguments.stepHz)
+        throw receiver::BadSource{"expected one of --points and --step, found both"};
+    if (arguments.stepHz && !(*arguments.stepHz > 0))
+        throw receiver::BadSource{fmt::format("--step: expected more than 0, found {:g}", *arguments.stepHz)};
+    double sum = 0;
+    for (const FaultOption& option : faultOptions) {
+        const double probability = arguments.faults.*option.probability;
+        if (!(probability >= 0 && probability <= 1))
+            throw receiver::BadSource{
+                fmt::format("{}: expected a probability from 0 to 1, found {:g}", option.name, probability)};
+        sum += probability;
+    }
     if (sum > 1)
         throw receiver::BadSource{
             fmt::format("expected fault probabilities of at most 1 together, found {:g}", sum)};
+}
+
+int simulate(const Arguments& arguments)
+{
+    checkArguments(arguments);
     int argc = 0;
     const QCoreApplication application{argc, nullptr};
     return Simulation{arguments}.run();
@@ -273,19 +301,11 @@ void addSettings(CLI::App& verb, Arguments& arguments)
     const std::string hidden;
     verb.add_option("--centre", arguments.centreHz)->group(hidden);
     verb.add_option("--span", arguments.spanHz)->group(hidden);
-    CLI::Option* const step =
-        verb.add_option("--step", arguments.stepHz)->check(CLI::PositiveNumber)->group(hidden);
-    verb.add_option("--points", arguments.points)->excludes(step)->group(hidden);
+    verb.add_option("--step", arguments.stepHz)->group(hidden);
+    verb.add_option("--points", arguments.points)->group(hidden);
     verb.add_flag("--loop", arguments.loop)->group(hidden);
-    const auto addFault = [&](const char* name, double& to) {
-        verb.add_option(name, to)->check(CLI::Range(0.0, 1.0))->group(hidden);
-    };
-    addFault("--drop", arguments.faults.drop);
-    addFault("--dup", arguments.faults.duplicate);
-    addFault("--reorder", arguments.faults.reorder);
-    addFault("--corrupt", arguments.faults.corrupt);
-    addFault("--truncate", arguments.faults.truncate);
-    addFault("--stall", arguments.faults.stall);
+    for (const FaultOption& option : faultOptions)
+        verb.add_option(option.name, arguments.faults.*option.probability)->group(hidden);
 }
 
 } // namespace

@@ -126,6 +126,12 @@ INSTANTIATE_TEST_SUITE_P(
         LedgerCase{"Truncate", "band", only(&Faults::truncate, 0.05), &FaultCounts::truncate},
         LedgerCase{"TruncateZeroSpan", "zerospan", only(&Faults::truncate, 1), &FaultCounts::truncate},
         LedgerCase{"Stall", "band", only(&Faults::stall, 0.05), &FaultCounts::stall},
+        LedgerCase{"TruncateDf", "df", only(&Faults::truncate, 1), &FaultCounts::truncate},
+        LedgerCase{"TruncateSuperResolution", "df with super-resolution", only(&Faults::truncate, 1),
+                   &FaultCounts::truncate},
+        LedgerCase{"CorruptDf", "df with super-resolution", only(&Faults::corrupt, 1),
+                   &FaultCounts::corruptTag},
+        LedgerCase{"EverythingInDf", "df", everything, &FaultCounts::corruptTag},
         LedgerCase{"EverythingInABand", "band", everything, &FaultCounts::corruptTag},
         LedgerCase{"EverythingInZeroSpan", "zerospan", everything, &FaultCounts::truncate}),
     [](const auto& row) { return std::string(row.param.name); });
