@@ -3,6 +3,7 @@
 #include "tools/vk410/run_program.h"
 #include <QTcpServer>
 #include <QUdpSocket>
+#include <cmath>
 #include <cstdlib>
 #include <fstream>
 #include <gmock/gmock.h>
@@ -152,6 +153,41 @@ TEST_F(Simulate, IsASourceOfASessionToo)
 
     EXPECT_EQ(ran.exitCode, 0) << ran.err;
     EXPECT_THAT(ran.err, HasSubstr("centre 100.000000 MHz, span 10.000000 MHz, 1601 ch"));
+}
+
+// A tone and a burst of noise-free I/Q, 0.5 s of it.
+void writeIq(const std::string& folder)
+{
+    std::ofstream data{folder + "/iq.sigmf-data", std::ios::binary};
+    for (int i = 0; i < 50'000; ++i) {
+        const double burst = i % 10'000 < 500 ? 0.4 : 0;
+        for (const double phase : {0.0, -1.5707963267948966}) {
+            const auto value =
+                static_cast<float>(0.3 * std::cos(0.6 * i + phase) + burst * std::cos(1.7 * i + phase));
+            data.write(reinterpret_cast<const char*>(&value), sizeof value);
+        }
+    }
+    std::ofstream{folder + "/iq.sigmf-meta"} << R"({"global": {"core:datatype": "cf32_le", "core:sample_rate":
+        100000}, "captures": [{"core:sample_start": 0, "core:frequency": 50000000}]})";
+}
+
+TEST_F(Simulate, SendsRecordedIqThatGivesTheSameMapsOverTcpOverUdpAndFromARecordingOfIt)
+{
+    writeIq(folder.path());
+    const Ran ran = script(
+        "vk410 simulate --iq iq.sigmf-meta --tcp 127.0.0.1:$PORT > sent 2> err & until_says waiting err; "
+        "vk410 monitor tcp://127.0.0.1:$PORT --record a.pcap --for 2 2>/dev/null | grep contents; wait; "
+        "vk410 monitor a.pcap --rate 0 2>/dev/null | grep contents; "
+        "vk410 monitor udp://127.0.0.1:$PORT --for 2 > got 2> err & until_says listening err; "
+        "vk410 simulate --iq iq.sigmf-meta --udp 127.0.0.1:$PORT > sent 2> /dev/null; wait; grep contents "
+        "got; "
+        "grep delivered got");
+    const std::vector<std::string> lines = ran.outLines();
+
+    ASSERT_THAT(lines, SizeIs(4)) << ran.out << ran.err;
+    EXPECT_EQ(lines[1], lines[0]);
+    EXPECT_EQ(lines[2], lines[0]);
+    EXPECT_THAT(lines[3], MatchesRegex("delivered +30"));
 }
 
 struct WrongUse {
