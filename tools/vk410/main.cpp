@@ -28,6 +28,7 @@ int parseAndRun(int argc, char** argv)
     verbs::addInspect(program, run);
     verbs::addRecord(program, run);
     verbs::addReplay(program, run);
+    verbs::addSimulate(program, run);
     try {
         program.parse(argc, argv);
     } catch (const CLI::Success& shown) { // --help, --version

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "tools/vk410/sources.h"
+#include "toolkit/simulation/simulationsource.h"
 #include "tools/vk410/verbs.h"
 #include <cstdio>
 #include <exception>
@@ -9,7 +10,12 @@ namespace verbs {
 
 std::unique_ptr<receiver::Source> openSource(const std::string& text, const receiver::Playback& playback)
 {
-    return receiver::makeSource(receiver::parseSource(text), playback);
+    const receiver::SourceSpec spec = receiver::parseSource(text);
+    if (spec.kind != receiver::SourceSpec::Kind::Simulation)
+        return receiver::makeSource(spec, playback);
+    simulation::Scene scene = simulation::sceneNamed(spec.path);
+    scene.startNs = receiver::nowNs();
+    return std::make_unique<simulation::SimulationSource>(std::move(scene), 1, playback.rate);
 }
 
 int reportErrors(const char* verb, const std::function<int()>& work)

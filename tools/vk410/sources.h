@@ -12,7 +12,7 @@ inline constexpr char sourceHelp[] =
     "udp://[group@][address]:port, tcp://host:port, sim:scene, or the path of a recording";
 
 /// The source that `text` names.
-/// Errors: receiver::BadSource.
+/// Errors: receiver::BadSource, simulation::BadScene.
 [[nodiscard]] std::unique_ptr<receiver::Source> openSource(const std::string& text,
                                                            const receiver::Playback& playback);
 

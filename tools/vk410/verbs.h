@@ -21,5 +21,6 @@ void addInspect(CLI::App& program, Run& run);
 void addMonitor(CLI::App& program, Run& run);
 void addRecord(CLI::App& program, Run& run);
 void addReplay(CLI::App& program, Run& run);
+void addSimulate(CLI::App& program, Run& run);
 
 } // namespace verbs

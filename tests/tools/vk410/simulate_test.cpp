@@ -1,0 +1,273 @@
+// SPDX-License-Identifier: MIT
+// vk410 simulate, as a user runs it, and its documentation.
+#include "tools/vk410/run_program.h"
+#include <QTcpServer>
+#include <QUdpSocket>
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+namespace {
+
+using namespace support;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::MatchesRegex;
+using testing::SizeIs;
+
+class Simulate : public testing::Test {
+protected:
+    static std::string freePort()
+    {
+        for (;;) {
+            QTcpServer tcp;
+            tcp.listen(QHostAddress::LocalHost);
+            QUdpSocket udp;
+            if (udp.bind(QHostAddress::LocalHost, tcp.serverPort()))
+                return std::to_string(tcp.serverPort());
+        }
+    }
+    /// Runs `command` with $PORT and a helper that waits for a text in a file.
+    Ran script(const std::string& command)
+    {
+        return run("PORT=" + port +
+                       "; until_says() { for i in $(seq 200); do grep -q \"$1\" \"$2\" 2>/dev/null && "
+                       "return; sleep 0.05; done; echo \"never said $1: $(cat \"$2\")\" >&2; }; " +
+                       command,
+                   folder.path());
+    }
+    TemporaryFolder folder;
+    std::string port = freePort();
+};
+
+std::vector<std::string> examplesIn(const std::string& help)
+{
+    const std::size_t at = help.find("Examples:\n");
+    return at == std::string::npos ? std::vector<std::string>{} : linesOf(help.substr(at + 10));
+}
+
+TEST_F(Simulate, HelpFitsAScreenAndEndsWithThreeExamplesThatWork)
+{
+    const Ran help = script("vk410 simulate --help");
+    EXPECT_LE(help.outLines().size(), 24U);
+    for (const std::string& line : help.outLines())
+        EXPECT_LE(line.size(), 110U) << line;
+    const std::vector<std::string> examples = examplesIn(help.out);
+    ASSERT_THAT(examples, SizeIs(3));
+    for (const std::string& example : examples) {
+        const Ran ran = script(example);
+        EXPECT_EQ(ran.exitCode, 0) << example << ran.err;
+        EXPECT_THAT(ran.out, MatchesRegex("[0-9]+ traces, [0-9]+ datagrams, .* 0 not sent\n")) << example;
+    }
+}
+
+TEST_F(Simulate, SaysOnStdoutWhatItSentAndSpoilt)
+{
+    const Ran ran =
+        script("vk410 simulate band --udp 127.0.0.1:$PORT --count 200 --rate 0 --seed 1 --drop 0.1");
+
+    EXPECT_EQ(ran.exitCode, 0);
+    EXPECT_THAT(ran.out, MatchesRegex("200 traces, 1[0-9]+ datagrams, [0-9]+ bytes, drop [0-9]+ to udp "
+                                      "127.0.0.1:[0-9]+, 0 not sent\n"));
+    EXPECT_EQ(ran.err, "vk410 simulate: band to udp 127.0.0.1:" + port + "\n"); // no progress into a file
+}
+
+TEST_F(Simulate, IsTheSameForTheSameSeed)
+{
+    const Ran ran =
+        script("for i in 1 2; do vk410 simulate band --count 20 --rate 0 --seed 3 --corrupt 0.3 --truth "
+               "$i 2>&1; done; cmp 1 2 && echo same");
+    EXPECT_THAT(ran.out, HasSubstr("\nsame\n"));
+}
+
+TEST_F(Simulate, EndsCleanlyOnCtrlCAndSigtermWithItsCounts)
+{
+    for (const char* const signal : {"INT", "TERM"}) {
+        const Ran ran =
+            script("vk410 simulate band --udp 127.0.0.1:$PORT > out 2> err & until_says band err; "
+                   "sleep 0.3; kill -" +
+                   std::string(signal) + " $!; wait $!; echo exit $?; cat out");
+        EXPECT_THAT(ran.out, MatchesRegex("exit 0\n[0-9]+ traces, .* 0 not sent\n")) << signal;
+    }
+}
+
+TEST_F(Simulate, SpoilsWhatTheMonitorThenMissesOverTcp)
+{
+    const Ran ran = script(
+        "vk410 simulate band --tcp 127.0.0.1:$PORT --count 600 --rate 0 --seed 5 --drop 0.05 --dup 0.05 "
+        "--reorder 0.05 --corrupt 0.06 --truncate 0.05 --truth truth > sent 2> err & until_says waiting err; "
+        "vk410 monitor tcp://127.0.0.1:$PORT --for 2 > got 2> /dev/null; wait; tail -1 truth; cat got");
+    const std::vector<std::string> lines = ran.outLines();
+    ASSERT_THAT(lines, testing::Not(IsEmpty()));
+    const nlohmann::json faults = nlohmann::json::parse(lines.front())["faults"];
+    const auto counted = [&](const std::string& name) {
+        for (const std::string& line : lines) {
+            if (line.starts_with(name))
+                return std::stoi(line.substr(name.size()));
+        }
+        return -1;
+    };
+
+    EXPECT_EQ(counted("wire lost"), faults["drop"].get<int>() + faults["corrupt magic"].get<int>());
+    EXPECT_EQ(counted("wire duplicates"), faults["duplicate"].get<int>());
+    EXPECT_EQ(counted("wire reordered"), faults["reorder"].get<int>());
+    EXPECT_EQ(counted("invalid"), faults["corrupt magic"].get<int>());
+    EXPECT_EQ(counted("selector errors"), faults["corrupt selector"].get<int>());
+    EXPECT_EQ(counted("unknown tag"), faults["corrupt tag"].get<int>());
+    EXPECT_EQ(counted("truncated"), faults["truncate"].get<int>());
+    EXPECT_GT(counted("truncated"), 5);
+}
+
+TEST_F(Simulate, SpoilsWhatTheMonitorThenMissesOverUdp)
+{
+    const Ran ran = script(
+        "vk410 monitor udp://127.0.0.1:$PORT --for 4 > got 2> err & until_says listening err; "
+        "vk410 simulate band --udp 127.0.0.1:$PORT --count 300 --rate 300 --seed 5 --drop 0.05 --dup 0.05 "
+        "--truth truth > sent 2>&1; wait; tail -1 truth; cat got");
+    const std::vector<std::string> lines = ran.outLines();
+    ASSERT_THAT(lines, testing::Not(IsEmpty()));
+    const nlohmann::json faults = nlohmann::json::parse(lines.front())["faults"];
+
+    EXPECT_GT(faults["drop"].get<int>(), 0);
+    EXPECT_THAT(ran.out, testing::ContainsRegex("wire lost +" + faults["drop"].dump() + "  "));
+    EXPECT_THAT(ran.out, testing::ContainsRegex("wire duplicates +" + faults["duplicate"].dump() + "  "));
+}
+
+TEST_F(Simulate, FeedsSeveralTcpClients)
+{
+    const Ran ran = script(
+        "vk410 simulate band --udp 127.0.0.1:9 --tcp 127.0.0.1:$PORT --for 2 > sent 2> err & "
+        "until_says band err; "
+        "for i in 1 2; do vk410 record tcp://127.0.0.1:$PORT -o $i.pcap --for 1 > $i 2> /dev/null & done; "
+        "wait; cat 1 2");
+    for (const std::string& line : ran.outLines())
+        EXPECT_GT(std::atoi(line.c_str()), 10) << line; // datagrams
+    EXPECT_THAT(ran.outLines(), SizeIs(2));
+}
+
+TEST_F(Simulate, IsASourceOfASessionToo)
+{
+    const Ran ran = script("vk410 monitor sim:band --for 1");
+
+    EXPECT_EQ(ran.exitCode, 0) << ran.err;
+    EXPECT_THAT(ran.err, HasSubstr("centre 100.000000 MHz, span 10.000000 MHz, 1601 ch"));
+}
+
+// A tone and a burst of noise-free I/Q, 0.5 s of it.
+void writeIq(const std::string& folder)
+{
+    std::ofstream data{folder + "/iq.sigmf-data", std::ios::binary};
+    for (int i = 0; i < 50'000; ++i) {
+        const double burst = i % 10'000 < 500 ? 0.4 : 0;
+        for (const double phase : {0.0, -1.5707963267948966}) {
+            const auto value =
+                static_cast<float>(0.3 * std::cos(0.6 * i + phase) + burst * std::cos(1.7 * i + phase));
+            data.write(reinterpret_cast<const char*>(&value), sizeof value);
+        }
+    }
+    std::ofstream{folder + "/iq.sigmf-meta"} << R"({"global": {"core:datatype": "cf32_le", "core:sample_rate":
+        100000}, "captures": [{"core:sample_start": 0, "core:frequency": 50000000}]})";
+}
+
+TEST_F(Simulate, SendsRecordedIqThatGivesTheSameMapsOverTcpOverUdpAndFromARecordingOfIt)
+{
+    writeIq(folder.path());
+    const Ran ran = script(
+        "vk410 simulate --iq iq.sigmf-meta --tcp 127.0.0.1:$PORT > sent 2> err & until_says waiting err; "
+        "vk410 monitor tcp://127.0.0.1:$PORT --record a.pcap --for 2 2>/dev/null | grep contents; wait; "
+        "vk410 monitor a.pcap --rate 0 2>/dev/null | grep contents; "
+        "vk410 monitor udp://127.0.0.1:$PORT --for 2 > got 2> err & until_says listening err; "
+        "vk410 simulate --iq iq.sigmf-meta --udp 127.0.0.1:$PORT > sent 2> /dev/null; wait; grep contents "
+        "got; "
+        "grep delivered got");
+    const std::vector<std::string> lines = ran.outLines();
+
+    ASSERT_THAT(lines, SizeIs(4)) << ran.out << ran.err;
+    EXPECT_EQ(lines[1], lines[0]);
+    EXPECT_EQ(lines[2], lines[0]);
+    EXPECT_THAT(lines[3], MatchesRegex("delivered +30"));
+}
+
+struct WrongUse {
+    const char* name;
+    const char* arguments;
+    const char* text;
+};
+
+class WrongUses : public Simulate, public testing::WithParamInterface<WrongUse> {};
+
+TEST_P(WrongUses, EndWithAHintAndExitCode2)
+{
+    const Ran ran = script(std::string("vk410 simulate ") + GetParam().arguments);
+
+    EXPECT_EQ(ran.exitCode, 2);
+    EXPECT_EQ(ran.out, "");
+    EXPECT_THAT(ran.err, HasSubstr(GetParam().text));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rows, WrongUses,
+    testing::Values(
+        WrongUse{"NowhereToSend", "band", "expected --udp ADDRESS:PORT, --tcp ADDRESS:PORT or --truth FILE"},
+        WrongUse{"NoScene", "nothing.json --truth -",
+                 "nothing.json: expected band, zerospan, df or a readable scene file"},
+        WrongUse{"ProbabilityAboveOne", "band --truth - --drop 2",
+                 "--drop: expected a probability from 0 to 1, found 2"},
+        WrongUse{"ProbabilitiesAboveOneTogether", "band --truth - --drop 0.6 --dup 0.6",
+                 "expected fault probabilities of at most 1 together, found 1.2"},
+        WrongUse{"NoPort", "band --udp 127.0.0.1", "the port is missing"},
+        WrongUse{"OddSpan", "band --truth - --span 1001",
+                 "spanHz: expected an even number of hertz, found 1001"},
+        WrongUse{"StepAndPoints", "band --truth - --step 10 --points 4",
+                 "expected one of --points and --step, found both"},
+        WrongUse{"TruthThatCannotBeWritten", "band --truth no/where", "no/where: cannot be written"},
+        WrongUse{"NoIq", "--iq x.sigmf-meta --truth -", "x.sigmf-meta: cannot be read"}),
+    [](const auto& row) { return std::string(row.param.name); });
+
+TEST_F(Simulate, ObeysCentreSpanAndStep)
+{
+    const Ran ran =
+        script("vk410 simulate band --centre 97e6 --span 2e6 --step 2500 --count 1 --truth - 2>/dev/null");
+    const nlohmann::json start = nlohmann::json::parse(ran.outLines().at(0));
+
+    EXPECT_EQ(start["centreHz"], 97e6);
+    EXPECT_EQ(start["spanHz"], 2e6);
+    EXPECT_EQ(start["points"], 801);
+}
+
+// The console blocks of docs/simulate.md: "$ command", then what it prints. The JSON block is its scene file.
+TEST_F(Simulate, DocumentationPrintsWhatTheProgramPrints)
+{
+    std::ofstream scene{folder.path() + "/harbour.json"};
+    std::string block;
+    std::string command;
+    std::string printed;
+    int examples = 0;
+    const auto check = [&] {
+        if (command.empty())
+            return;
+        EXPECT_EQ(script(command + " 2>&1").out, printed) << command;
+        ++examples;
+        command.clear();
+        printed.clear();
+    };
+    for (const std::string& line : linesOf(contentOf(std::string(VK410_DOCS) + "/simulate.md"))) {
+        if (line.starts_with("```")) {
+            check();
+            block = block.empty() ? line.substr(3) : "";
+            scene.flush();
+        } else if (block == "json") {
+            scene << line << "\n";
+        } else if (block == "console" && line.starts_with("$ ")) {
+            check();
+            command = line.substr(2);
+        } else if (block == "console") {
+            printed += line + "\n";
+        }
+    }
+    EXPECT_GE(examples, 3);
+}
+
+} // namespace

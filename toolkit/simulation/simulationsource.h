@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+// A simulated receiver as a session's source, without sockets between.
+#include "toolkit/receiver/source.h"
+#include "toolkit/simulation/player.h"
+
+namespace simulation {
+
+class SimulationSource : public receiver::Source {
+    Q_OBJECT
+
+public:
+    /// `rate`: times the speed of the scene; 0: as fast as possible.
+    /// Errors: BadScene.
+    SimulationSource(Scene scene, std::uint64_t seed, double rate = 1);
+
+    void start(Sink sink) override;
+    [[nodiscard]] Facts facts() const override;
+
+    /// For faults while it runs, limits and the truth.
+    [[nodiscard]] Simulator& simulator() { return m_simulator; }
+
+private:
+    Simulator m_simulator;
+    Player m_player;
+    Sink m_sink;
+};
+
+} // namespace simulation
