@@ -50,17 +50,22 @@ FrequencyMap frequencyMap(const ScanRangeContainer& scanRanges, const std::vecto
     FrequencyMap map;
     if (given.empty())
         return map;
-    for (const std::shared_ptr<ScanRange>& range : scanRanges) {
-        if (range)
-            map += std::make_pair(Interval::closed(range->startFrequency, range->stopFrequency),
-                                  std::set<int>{static_cast<int>(range->jobId)});
-    }
+    // Many given ranges, few scan ranges: the many in ascending order, each behind the last one, and first,
+    // so that each of the few walks through what it covers instead of every one of the many being looked for.
+    std::vector<Interval> ascending = given;
+    std::sort(ascending.begin(), ascending.end(),
+              [](const Interval& a, const Interval& b) { return a.lower() < b.lower(); });
     boost::icl::interval_set<quint64> joined;
-    for (const Interval& interval : given)
-        joined += interval;
+    for (const Interval& interval : ascending)
+        joined.add(joined.end(), interval);
     const std::set<int> marker{givenRange};
     for (const Interval& interval : joined)
-        map += std::make_pair(interval, marker);
+        map.add(map.end(), {interval, marker});
+    for (const std::shared_ptr<ScanRange>& range : scanRanges) {
+        if (range)
+            map.add({Interval::closed(range->startFrequency, range->stopFrequency),
+                     std::set<int>{static_cast<int>(range->jobId)}});
+    }
     return map;
 }
 

@@ -86,8 +86,9 @@ static_assert(sizeof(Block) == laneCount * sizeof(Sample::Fields));
             rows[2 * i + 1] = __builtin_shufflevector(a, b, 4, 12, 5, 13, 6, 14, 7, 15);
         }
     }
+    // As bytes: assigned as a record, the compiler takes the vector apart again.
     for (std::size_t i = 0; i < count; ++i)
-        samples[i].fields() = std::bit_cast<Sample::Fields>(rows[i]);
+        std::memcpy(static_cast<void*>(&samples[i].fields()), &rows[i], sizeof(Sample::Fields));
 }
 
 bool liesIn(double azimuth, std::span<const std::pair<double, double>> sectors)
