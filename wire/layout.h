@@ -121,12 +121,17 @@ inline constexpr std::uint16_t words = 1301;             // no selector walk: `c
 }
 } // namespace tag
 
-static_assert([] {
+namespace detail {
+[[nodiscard]] constexpr bool knownTagsAscend()
+{
     for (std::size_t i = 1; i < tag::known.size(); ++i) {
         if (tag::known[i - 1] >= tag::known[i])
             return false;
     }
-    return tag::known.back() + 1 == tag::none;
-}());
+    return true;
+}
+} // namespace detail
+static_assert(detail::knownTagsAscend());
+static_assert(tag::known.back() + 1 == tag::none);
 
 } // namespace wire

@@ -25,7 +25,8 @@ struct AttributeReport {
 };
 
 /// One datagram, told after its last attribute.
-/// For a valid datagram, header (16) + sizes of all reported attributes + `bytesNotWalked` = `size`.
+/// For a valid datagram of 16 bytes and more, header (16) + sizes of all reported attributes +
+/// `bytesNotWalked` = `size`.
 struct DatagramReport {
     quint32 size;
     bool valid;       // good magic

@@ -97,8 +97,10 @@ MdpIfpan::~MdpIfpan() = default;
 void MdpIfpan::Init(QString path)
 {
     IMassDataProcessor::Init(std::move(path));
-    m_dfEnabledPath = Path() + QStringLiteral("/KRT/DF_ENABLED");
-    m_dfBearingMapPath = Path() + QStringLiteral("/KRT/RXBEARINGMAPPING");
+    // From the root, so that the look-up with every trace composes nothing either.
+    const QString root = Path().startsWith(QLatin1Char('/')) ? Path() : QLatin1Char('/') + Path();
+    m_dfEnabledPath = root + QStringLiteral("/KRT/DF_ENABLED");
+    m_dfBearingMapPath = root + QStringLiteral("/KRT/RXBEARINGMAPPING");
 }
 
 void MdpIfpan::Init(QString path, const QString& followSelectionPath)
@@ -330,10 +332,13 @@ void MdpIfpan::SetDfAttribute(DataPointers* data, OptHeaderValues& header,
 {
     if (!m_bearingMap && m_config->UseDfBearingMapPath())
         bindBearingMap(m_dfBearingMapPath);
-    if (!m_bearingMap)
+    // For the whole step: an observer of the map may bind another one.
+    const std::shared_ptr<values::BearingMap> map = m_bearingMap.share();
+    if (!map)
         return;
     const auto [fMin, fMax, count] = extent;
-    installDfGrid(fMin, stepOf(header.stepNumerator, header.stepDenominator, fMax - fMin, count), count);
+    installDfGrid(*map, fMin, stepOf(header.stepNumerator, header.stepDenominator, fMax - fMin, count),
+                  count);
 
     const auto size = static_cast<std::size_t>(count);
     if (size > m_dfBuffer.size())
@@ -343,11 +348,11 @@ void MdpIfpan::SetDfAttribute(DataPointers* data, OptHeaderValues& header,
         // Ten times the level, no azimuth and no quality.
         m_dfBuffer[i] = {0, numbers::wrappedProduct(level, 10), 0, 0, 0};
     }
-    m_bearingMap->SetTimeStamp(mapStamp(header));
-    writeBearings(count);
+    map->SetTimeStamp(mapStamp(header));
+    writeBearings(*map, count);
 }
 
-void MdpIfpan::installDfGrid(double fMin, double step, int count)
+void MdpIfpan::installDfGrid(values::BearingMap& map, double fMin, double step, int count)
 {
     const auto isUnchanged = [&] {
         if (!m_dfRangeDefinition || m_dfSwitchedOff)
@@ -360,14 +365,20 @@ void MdpIfpan::installDfGrid(double fMin, double step, int count)
     if (isUnchanged())
         return;
     m_dfRangeDefinition = std::make_unique<values::ChannelRangeDefinition>(oneRange(fMin, step, count));
-    m_bearingMap->SetChannelRangeDefinition(*m_dfRangeDefinition, changecode::mapChanged);
+    const values::ChannelRangeDefinition definition = *m_dfRangeDefinition;
+    try {
+        map.SetChannelRangeDefinition(definition, changecode::mapChanged);
+    } catch (...) {
+        m_dfRangeDefinition.reset(); // not installed: the next trace tries again
+        throw;
+    }
     m_dfSwitchedOff = false;
 }
 
-void MdpIfpan::writeBearings(int count)
+void MdpIfpan::writeBearings(values::BearingMap& map, int count)
 {
     try {
-        m_bearingMap->SetChannelValues(0, static_cast<unsigned>(count), m_dfBuffer.data());
+        map.SetChannelValues(0, static_cast<unsigned>(count), m_dfBuffer.data());
     } catch (const NQException& failure) {
         if ((ErrorHandler::Instance()->GetTraceMask() & tracemask::error) != 0) {
             _Q_Trace(QStringLiteral("an error has occured while trying to set dfpan data to the valuemap: ") +
@@ -377,8 +388,8 @@ void MdpIfpan::writeBearings(int count)
         }
     }
     // Also after a failure, so that a display that waits for the map does not hang.
-    m_bearingMap->HasChanged(changecode::mapChanged);
-    m_bearingMap->EndOfScan();
+    map.HasChanged(changecode::mapChanged);
+    map.EndOfScan();
 }
 
 bool MdpIfpan::isFollowing() const
@@ -417,7 +428,7 @@ void MdpIfpan::hold(values::ValueSelection* scanMode)
 
 void MdpIfpan::Update(Observable* subject, TChangeCode code)
 {
-    if (code != changecode::valueChanged)
+    if (!subject || code != changecode::valueChanged)
         return;
     const bool commandSearches = commandHasKey(command::searchScan) || commandHasKey(command::dfSearchScan);
     if (subject == m_searchScanMode.get()) {

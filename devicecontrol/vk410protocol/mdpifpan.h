@@ -114,8 +114,8 @@ private:
     void rememberVisited(double realFreq);
     void SetDfAttribute(DataPointers* data, OptHeaderValues& header,
                         std::tuple<double, double, const int> extent);
-    void installDfGrid(double fMin, double step, int count);
-    void writeBearings(int count);
+    void installDfGrid(values::BearingMap& map, double fMin, double step, int count);
+    void writeBearings(values::BearingMap& map, int count);
 
     [[nodiscard]] bool isFollowing() const;
     [[nodiscard]] bool frequencyDiffers(double freq) const;

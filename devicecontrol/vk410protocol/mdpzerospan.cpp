@@ -67,8 +67,39 @@ void MdpZeroSpan::bindAxis(values::ValuePtr<AxisValue>& handle, const QString& p
     handle->SetMinMax(std::numeric_limits<qint64>::min(), std::numeric_limits<qint64>::max(), 1, nullptr);
 }
 
+// The record of the current attribute. A call from inside an observer of the maps or values gets it for
+// itself and gives it back; the outermost one leaves it as it is.
+class MdpZeroSpan::Current {
+public:
+    explicit Current(MdpZeroSpan& owner)
+        : m_owner(owner)
+        , m_header(owner.m_header)
+        , m_dataPointers(owner.m_dataPointers)
+        , m_attribute(owner.m_attribute)
+    {
+        ++owner.m_depth;
+    }
+    Current(const Current&) = delete;
+    Current& operator=(const Current&) = delete;
+    ~Current()
+    {
+        if (--m_owner.m_depth == 0)
+            return;
+        m_owner.m_header = m_header;
+        m_owner.m_dataPointers = m_dataPointers;
+        m_owner.m_attribute = m_attribute;
+    }
+
+private:
+    MdpZeroSpan& m_owner;
+    OptHeaderValues m_header;
+    DataPointers* m_dataPointers;
+    UdpDatagramAttribute* m_attribute;
+};
+
 void MdpZeroSpan::SetAttribute(DataPointers* dp, UdpDatagramAttribute* attr, bool optHeaderAvailable)
 {
+    const Current current{*this};
     if (!IsDataValid(dp, attr, optHeaderAvailable))
         return;
     ReadOptionalHeader();

@@ -35,6 +35,8 @@ private:
         quint64 deviceStamp = 0;
     };
 
+    class Current;
+
     static void bindAxis(values::ValuePtr<AxisValue>& handle, const QString& path);
     bool IsDataValid(DataPointers* dp, UdpDatagramAttribute* attr, bool optHeaderAvailable);
     void ReadOptionalHeader();
@@ -48,6 +50,7 @@ private:
     OptHeaderValues m_header;
     DataPointers* m_dataPointers = nullptr;
     UdpDatagramAttribute* m_attribute = nullptr;
+    int m_depth = 0; // of calls inside each other
     values::ValuePtr<AxisValue> m_xStart;
     values::ValuePtr<AxisValue> m_xStop;
 };

@@ -14,10 +14,6 @@ constexpr qint64 stalledBytes = qint64{8} << 20;
 constexpr qint64 stalledMilliseconds = 5'000;
 constexpr qint64 mostBytes = qint64{32} << 20;
 
-// When the system gives a client up that takes nothing. Long, because it also counts the pauses of a living
-// client, which the rule above judges; this one is for a dead client to which little was sent.
-constexpr int userTimeoutMilliseconds = 30'000;
-
 constexpr std::size_t datagramsPerCall = 256;
 
 // Hands as many bytes to the system as it takes at once, past Qt's buffer: Qt writes one small chunk per turn
@@ -57,7 +53,7 @@ void MirrorClients::add(QTcpSocket* socket)
     socket->setReadBufferSize(65'536);
     QObject::connect(socket, &QIODevice::readyRead, socket,
                      [socket] { socket->skip(socket->bytesAvailable()); });
-    peerwatch::watch(*socket, userTimeoutMilliseconds);
+    peerwatch::watch(*socket);
     Client client{socket, 0, {}};
     client.progress.start();
     m_clients.push_back(client);
@@ -87,6 +83,8 @@ std::vector<qint64> MirrorClients::send(std::span<const std::unique_ptr<QByteArr
     m_isSending = true;
     for (Client& client : m_clients) {
         if (client.socket)
+            notice(client);
+        if (client.socket)
             sendTo(*client.socket, datagrams);
         if (client.socket && isStalled(client)) {
             cut.push_back(client.waiting);
@@ -98,6 +96,17 @@ std::vector<qint64> MirrorClients::send(std::span<const std::unique_ptr<QByteArr
     return cut;
 }
 
+// What has left since the last look, before more is added: also what the system takes only now, because the
+// event loop did not run for a while and that was no fault of the client's.
+void MirrorClients::notice(Client& client)
+{
+    QTcpSocket& socket = *client.socket;
+    while (socket.bytesToWrite() != 0 && socket.flush()) {
+    }
+    if (socket.bytesToWrite() < client.waiting)
+        client.progress.start();
+}
+
 void MirrorClients::end(QTcpSocket& socket)
 {
     socket.disconnect();
@@ -107,8 +116,6 @@ void MirrorClients::end(QTcpSocket& socket)
 
 void MirrorClients::sendTo(QTcpSocket& socket, std::span<const std::unique_ptr<QByteArray>> datagrams)
 {
-    if (socket.bytesToWrite() != 0)
-        socket.flush();
     qint64 sent = 0;
     if (socket.bytesToWrite() == 0)
         sent = sendAtOnce(static_cast<int>(socket.socketDescriptor()), datagrams);
@@ -123,30 +130,21 @@ void MirrorClients::sendTo(QTcpSocket& socket, std::span<const std::unique_ptr<Q
 
 bool MirrorClients::isStalled(Client& client) const
 {
-    QTcpSocket& socket = *client.socket;
-    const qint64 before = socket.bytesToWrite();
-    const bool progresses = before < client.waiting || before == 0;
-    client.waiting = before;
-    if (progresses)
+    client.waiting = client.socket->bytesToWrite();
+    if (client.waiting == 0)
         client.progress.start();
-    const qint64 limit = std::max(mostBytes, 2 * m_largestDatagram);
-    const bool suspect =
-        before > limit || (before > stalledBytes && client.progress.hasExpired(stalledMilliseconds));
-    if (!suspect)
-        return false;
-    // The event loop may not have run for a while: what the system takes now was no fault of the client's.
-    while (socket.flush()) {
-    }
-    client.waiting = socket.bytesToWrite();
-    if (client.waiting < before)
-        client.progress.start();
-    return client.waiting > limit ||
-           (client.waiting > stalledBytes && client.progress.hasExpired(stalledMilliseconds));
+    if (client.waiting > std::max(mostBytes, 2 * m_largestDatagram))
+        return true;
+    if (client.waiting > stalledBytes && client.progress.hasExpired(stalledMilliseconds))
+        return true;
+    return client.waiting != 0 && peerwatch::isDead(*client.socket);
 }
 
 void MirrorClients::disconnectAll()
 {
     for (const Client& client : m_clients) {
+        if (!client.socket)
+            continue;
         client.socket->disconnect();
         client.socket->flush();
         client.socket->disconnectFromHost();
@@ -154,10 +152,16 @@ void MirrorClients::disconnectAll()
     m_clients.clear();
 }
 
+int MirrorClients::count() const
+{
+    return static_cast<int>(
+        std::count_if(m_clients.begin(), m_clients.end(), [](const Client& c) { return c.socket; }));
+}
+
 qint64 MirrorClients::bytesWaiting() const
 {
     qint64 waiting = 0;
     for (const Client& client : m_clients)
-        waiting += client.socket->bytesToWrite();
+        waiting += client.socket ? client.socket->bytesToWrite() : 0;
     return waiting;
 }

@@ -26,7 +26,7 @@ public:
     /// Ends all connections.
     void disconnectAll();
 
-    [[nodiscard]] int count() const { return static_cast<int>(m_clients.size()); }
+    [[nodiscard]] int count() const;
     [[nodiscard]] qint64 bytesWaiting() const;
 
 private:
@@ -37,6 +37,7 @@ private:
     };
 
     static void sendTo(QTcpSocket& socket, std::span<const std::unique_ptr<QByteArray>> datagrams);
+    static void notice(Client& client);
     static void end(QTcpSocket& socket);
     [[nodiscard]] bool isStalled(Client& client) const;
     void forgetRemoved();

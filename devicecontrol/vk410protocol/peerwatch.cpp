@@ -11,6 +11,8 @@ namespace {
 constexpr int idleSeconds = 2;
 constexpr int intervalSeconds = 1;
 constexpr int probes = 3;
+constexpr unsigned unansweredRepetitions = 3;
+constexpr unsigned silentMilliseconds = 10'000;
 
 void set(int descriptor, int level, int option, int value)
 {
@@ -20,7 +22,7 @@ void set(int descriptor, int level, int option, int value)
 
 } // namespace
 
-void watch(QTcpSocket& socket, int userTimeoutMilliseconds)
+void watch(QTcpSocket& socket)
 {
     const auto descriptor = static_cast<int>(socket.socketDescriptor());
     if (descriptor < 0)
@@ -29,7 +31,18 @@ void watch(QTcpSocket& socket, int userTimeoutMilliseconds)
     set(descriptor, IPPROTO_TCP, TCP_KEEPIDLE, idleSeconds);
     set(descriptor, IPPROTO_TCP, TCP_KEEPINTVL, intervalSeconds);
     set(descriptor, IPPROTO_TCP, TCP_KEEPCNT, probes);
-    set(descriptor, IPPROTO_TCP, TCP_USER_TIMEOUT, userTimeoutMilliseconds);
+}
+
+bool isDead(const QTcpSocket& socket)
+{
+    tcp_info info{};
+    socklen_t size = sizeof info;
+    const auto descriptor = static_cast<int>(socket.socketDescriptor());
+    if (descriptor < 0 || ::getsockopt(descriptor, IPPROTO_TCP, TCP_INFO, &info, &size) != 0)
+        return false;
+    const bool repeated =
+        info.tcpi_retransmits >= unansweredRepetitions || info.tcpi_probes >= unansweredRepetitions;
+    return repeated && info.tcpi_last_ack_recv >= silentMilliseconds;
 }
 
 } // namespace peerwatch

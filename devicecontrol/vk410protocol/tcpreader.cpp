@@ -19,7 +19,7 @@ namespace {
 
 constexpr char sourceFile[] = "devicecontrol/vk410protocol/tcpreader";
 constexpr int connectMilliseconds = 3'000;
-constexpr int userTimeoutMilliseconds = 5'000;
+constexpr quint32 largestMaxDatagramSize = 1U << 30U;
 
 // What one notification handles before the event loop runs again: others live in it, too.
 constexpr qint64 bytesPerNotification = qint64{4} << 20;
@@ -53,8 +53,7 @@ TcpReader::TcpReader(const QString& address, unsigned short port, QObject* paren
         connect(m_socket, SIGNAL(connected()), parent, SLOT(SlotConnected()));
     if (hasSlot(parent, "ProcessDatagram(UdpDatagram*)"))
         connect(this, SIGNAL(si_newDatagram(UdpDatagram*)), parent, SLOT(ProcessDatagram(UdpDatagram*)));
-    connect(m_socket, &QAbstractSocket::connected, this,
-            [this] { peerwatch::watch(*m_socket, userTimeoutMilliseconds); });
+    connect(m_socket, &QAbstractSocket::connected, this, [this] { peerwatch::watch(*m_socket); });
     m_socket->setReadBufferSize(bytesPerNotification);
     m_socket->connectToHost(address, port, QIODevice::ReadOnly, QAbstractSocket::AnyIPProtocol);
     m_socket->waitForConnected(connectMilliseconds);
@@ -64,18 +63,29 @@ TcpReader::~TcpReader()
 {
     m_socket->disconnect(this);
     m_socket->disconnectFromHost();
-    if (m_server)
-        m_server->close();
+    // From inside a notification the socket is still on the stack; it goes when that is over.
+    if (m_isReading) {
+        m_socket->disconnect();
+        m_socket->abort();
+        m_socket->setParent(nullptr);
+        m_socket->deleteLater();
+    }
+    for (QTcpServer* const server : findChildren<QTcpServer*>())
+        server->close();
     m_mirror->disconnectAll();
 }
 
 bool TcpReader::StartMassDataMirror(const QString& address, unsigned short port)
 {
-    if (!m_server) {
-        m_server = new QTcpServer(this);
-        connect(m_server, SIGNAL(newConnection()), this, SLOT(SlotNewConnection()));
-    }
+    // Each call makes a server of its own; those before go on.
+    m_server = new QTcpServer(this);
+    connect(m_server, SIGNAL(newConnection()), this, SLOT(SlotNewConnection()));
     return m_server->listen(QHostAddress(address), port);
+}
+
+void TcpReader::SetMaxDatagramSize(quint32 bytes)
+{
+    m_maxDatagramSize = std::min(bytes, largestMaxDatagramSize);
 }
 
 QString TcpReader::GetLocalAddress() const
@@ -98,12 +108,19 @@ qint64 TcpReader::MirrorBytesWaiting() const
     return m_mirror->bytesWaiting();
 }
 
+bool TcpReader::HasPendingDatagrams() const
+{
+    const qint64 needed = m_buffer ? qint64{m_total} - m_buffer->size() : qint64{wire::datagram::headerSize};
+    return !m_complete.empty() || (!m_brokenAt && m_socket->bytesAvailable() >= needed);
+}
+
 void TcpReader::SlotReadyRead()
 {
-    // From inside a callback: the outer call goes on with what is there.
-    if (m_isReading)
+    // From inside a callback the outer call goes on with what is there; a turn that was asked for comes
+    // anyway.
+    if (m_isReading || m_isContinued)
         return;
-    const QPointer<TcpReader> self = this; // a receiver of the signal may destroy the reader
+    const QPointer<TcpReader> self = this; // whoever is told something may destroy the reader
     m_isReading = true;
     const auto finish = qScopeGuard([&self] {
         if (self)
@@ -111,17 +128,33 @@ void TcpReader::SlotReadyRead()
     });
     // All complete datagrams first: they go to each client as one block, and are emitted afterwards.
     if (m_complete.empty())
-        cutAvailable();
-    emitComplete();
+        tellCut(cutAvailable());
+    if (self)
+        emitComplete();
     if (!self)
         return;
+    if (m_brokenAt && m_complete.empty())
+        return breakStream();
     const bool moreToCut =
         m_socket->bytesAvailable() >= (m_buffer ? qint64{1} : qint64{wire::datagram::headerSize});
     if (!m_complete.empty() || moreToCut)
-        QMetaObject::invokeMethod(this, "SlotReadyRead", Qt::QueuedConnection);
+        continueLater();
 }
 
-void TcpReader::cutAvailable()
+void TcpReader::continueLater()
+{
+    m_isContinued = true;
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            m_isContinued = false;
+            SlotReadyRead();
+        },
+        Qt::QueuedConnection);
+}
+
+// Result: what waited for each mirror client that was cut.
+std::vector<qint64> TcpReader::cutAvailable()
 {
     std::vector<Bytes> block;
     qint64 size = 0;
@@ -133,23 +166,30 @@ void TcpReader::cutAvailable()
         block.push_back(std::move(m_buffer));
         m_total = 0;
     }
-    if (block.empty())
-        return;
-    for (const qint64 waiting : m_mirror->send(block)) {
-        traceError(QStringLiteral("Mirror client cut: %1 bytes wait and it does not take them").arg(waiting),
-                   __LINE__);
-        if (m_observer)
-            m_observer->MirrorClientCut(waiting);
-    }
+    std::vector<qint64> cut;
+    if (!block.empty())
+        cut = m_mirror->send(block);
     m_complete.insert(m_complete.end(), std::make_move_iterator(block.begin()),
                       std::make_move_iterator(block.end()));
+    return cut;
+}
+
+void TcpReader::tellCut(const std::vector<qint64>& waiting)
+{
+    const QPointer<TcpReader> self = this;
+    for (const qint64 bytes : waiting) {
+        traceError(QStringLiteral("Mirror client cut: %1 bytes wait and it does not take them").arg(bytes),
+                   __LINE__);
+        if (self && m_observer)
+            m_observer->MirrorClientCut(bytes);
+    }
 }
 
 // False when the header is not there yet, or cannot be true.
 bool TcpReader::beginDatagram()
 {
     constexpr int headerSize = wire::datagram::headerSize;
-    if (m_socket->bytesAvailable() < headerSize)
+    if (m_brokenAt || m_socket->bytesAvailable() < headerSize)
         return false;
     char header[headerSize];
     if (m_socket->read(header, headerSize) != headerSize)
@@ -158,7 +198,7 @@ bool TcpReader::beginDatagram()
         m_total = *wire::datagramSize(wire::View{header, sizeof header}, m_maxDatagramSize);
     } catch (const wire::BadDatagramSize& bad) {
         traceError(QStringLiteral("Mass-data stream given up: ") + QString::fromLatin1(bad.what()), __LINE__);
-        breakStream(*wire::View{header, sizeof header}.get(wire::datagram::totalLength));
+        m_brokenAt = wire::View{header, sizeof header}.get(wire::datagram::totalLength);
         return false;
     }
     m_buffer = std::make_unique<QByteArray>();
@@ -187,12 +227,14 @@ void TcpReader::takeBytes()
     m_buffer->resize(begin + static_cast<int>(std::max<qint64>(taken, 0)));
 }
 
-void TcpReader::breakStream(quint32 claimedLength)
+// After what came before it was delivered: the end of the connection may make its host let go of the reader.
+void TcpReader::breakStream()
 {
+    const QPointer<TcpReader> self = this;
     m_total = 0;
     m_socket->abort();
-    if (m_observer)
-        m_observer->StreamBroken(claimedLength);
+    if (self && m_observer)
+        m_observer->StreamBroken(*m_brokenAt);
 }
 
 // As many as the time of one notification allows.
@@ -227,7 +269,8 @@ void TcpReader::emitDatagram(Bytes bytes)
 
 void TcpReader::SlotNewConnection()
 {
-    while (QTcpSocket* const client = m_server->nextPendingConnection()) {
+    auto* const server = qobject_cast<QTcpServer*>(sender());
+    while (QTcpSocket* const client = server ? server->nextPendingConnection() : nullptr) {
         connect(client, SIGNAL(disconnected()), this, SLOT(SlotConnectionClosed()));
         m_mirror->add(client);
     }

@@ -7,6 +7,8 @@
 #include <QString>
 #include <deque>
 #include <memory>
+#include <optional>
+#include <vector>
 
 class QTcpServer;
 class QTcpSocket;
@@ -35,10 +37,15 @@ public:
 
     /// The longest datagram that is believed, 64 MiB at first. A header that claims more, or less than
     /// itself, breaks the connection: the stream cannot be trusted any more.
-    void SetMaxDatagramSize(quint32 bytes) { m_maxDatagramSize = bytes; }
+    /// Not above 1 GiB, which is the longest that one array holds with room to spare.
+    void SetMaxDatagramSize(quint32 bytes);
 
     /// Who is told about broken streams and cut clients; null (the default): nobody.
     void SetMassDataObserver(IMassDataObserver* observer) { m_observer = observer; }
+
+    /// Whether datagrams have arrived whole and wait for their turn. A host that replaces a reader whose
+    /// connection broke lets it finish first.
+    [[nodiscard]] bool HasPendingDatagrams() const;
 
     /// Clients of the mirror at this moment.
     [[nodiscard]] int MirrorClientCount() const;
@@ -61,9 +68,11 @@ private:
 
     [[nodiscard]] bool beginDatagram();
     void takeBytes();
-    void cutAvailable();
-    void breakStream(quint32 claimedLength);
+    [[nodiscard]] std::vector<qint64> cutAvailable();
+    void tellCut(const std::vector<qint64>& waiting);
+    void breakStream();
     void emitComplete();
+    void continueLater();
     void emitDatagram(Bytes bytes);
 
     QTcpSocket* m_socket;
@@ -71,7 +80,9 @@ private:
     quint32 m_total = 0;          // its length from its header
     std::deque<Bytes> m_complete; // cut and mirrored, not yet emitted
     quint32 m_maxDatagramSize;
+    std::optional<quint32> m_brokenAt; // the length that cannot be true; the stream ends there
     bool m_isReading = false;       // a notification from inside a callback leaves the work to the outer one
+    bool m_isContinued = false;     // the next turn of the event loop goes on, notifications need not
     QTcpServer* m_server = nullptr; // null until the mirror is started
     std::unique_ptr<MirrorClients> m_mirror;
     IMassDataObserver* m_observer = nullptr;

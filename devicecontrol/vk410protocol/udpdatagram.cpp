@@ -11,6 +11,7 @@
 #include <bit>
 #include <cstddef>
 #include <cstring>
+#include <limits>
 
 namespace {
 
@@ -154,6 +155,7 @@ UdpDatagram::UdpDatagram(std::unique_ptr<QByteArray> bytes)
 {
     const int size = m_buffer->size();
     constexpr int spare = spareBytes;
+    m_buffer->detach(); // first: bytes that are shared lose their spare room with it
     if (size <= std::numeric_limits<int>::max() - spare && m_buffer->capacity() < size + spare)
         m_buffer->reserve(size + spare);
     m_header = reinterpret_cast<unsigned char*>(m_buffer->data());
@@ -199,6 +201,7 @@ bool UdpDatagram::NextAttribute()
     m_currentChannel = 0;
     m_optHeaderAvailable = false;
     m_truncated = false;
+    m_dataOffset = std::numeric_limits<quint64>::max(); // until the attribute is known to be there
     if (!inside(m_nextOffset, sizeof(quint16)))
         return false;
     m_currentOffset = static_cast<quint32>(m_nextOffset);
@@ -296,6 +299,8 @@ void UdpDatagram::ResetDataPointers(DataPointers* dp) const
 void UdpDatagram::endWalk(DataPointers* dp)
 {
     ResetDataPointers(dp);
+    if (!m_current)
+        return; // not begun, so not over either
     m_truncated = true;
     m_remaining = 0;
 }

@@ -156,7 +156,7 @@ public:
     /// Fills `dp` for the current attribute and turns its fields to host order.
     /// Errors: NQException when the selector word is refused; fields of lower bits are set then, `dataEnd` is
     /// null.
-    ///         Where something would leave the datagram nothing is converted, all of `dp` is null,
+    ///         Where something would leave the datagram no item is converted, all of `dp` is null,
     ///         `Truncated` is true and the walk is over.
     /// Owner:  `selBit17` belongs to the holder of `dp` (delete[]); the array of an earlier call is not
     /// released here.
@@ -173,6 +173,9 @@ public:
 
     /// Whether the last `SetupDataPointers` found that the attribute leaves the datagram.
     [[nodiscard]] bool Truncated() const { return m_truncated; }
+
+    /// The first byte: as received, until attributes are stepped to and set up.
+    [[nodiscard]] const unsigned char* Bytes() const { return m_header; }
 
     /// Bytes received.
     [[nodiscard]] quint32 Size() const { return m_size; }

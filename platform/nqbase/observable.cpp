@@ -42,6 +42,8 @@ IObserver::~IObserver()
         Observable* const subject = m_subjects.back();
         if (Observable::Registration* const registration = subject->find(this))
             subject->drop(*registration);
+        else
+            m_subjects.pop_back(); // its registration failed for want of memory
     }
 }
 
@@ -120,6 +122,7 @@ Observable::Registration* Observable::find(const IObserver* observer)
 void Observable::drop(Registration& registration)
 {
     std::erase(registration.observer->m_subjects, this);
+    std::erase(m_wantToBeFirst, registration.observer);
     registration.observer = nullptr;
     m_hasGaps = true;
     if (!m_round)

@@ -70,15 +70,15 @@ namespace {
                       QStringLiteral("values/channelrangedefinition"), QString::fromLatin1(method), line);
 }
 
-// The first channel of `range` that does not lie before `x` in the direction of the step; `count` if all do.
-// Rounding keeps positions in order, so a search is exact where a division would be off by one.
+// The first channel of `range` that does not lie before `x` in the direction of the step; the last one does
+// not. Rounding keeps positions in order, so a search is exact where a division would be off by one.
 unsigned int firstNotBefore(const ChannelRange& range, double x)
 {
     const auto isBefore = [&range, x](unsigned int k) {
         return range.step > 0.0 ? range.position(k) < x : range.position(k) > x;
     };
     unsigned int low = 0;
-    unsigned int high = range.count;
+    unsigned int high = range.count - 1;
     const auto look = [&](unsigned int k) {
         if (isBefore(k))
             low = std::max(low, k + 1);
@@ -103,7 +103,8 @@ unsigned int firstNotBefore(const ChannelRange& range, double x)
     return low;
 }
 
-// The channel of `range`, counted from 0, that is nearest to `x`, which the range contains.
+// The channel of `range`, counted from 0, that is nearest to `x`, which the range contains. Where steps are
+// lost in rounding and several channels lie at one position, it is the first of them.
 unsigned int nearestChannel(const ChannelRange& range, double x)
 {
     if (range.count < 2 || range.step == 0.0 || !std::isfinite(range.step))
@@ -111,16 +112,15 @@ unsigned int nearestChannel(const ChannelRange& range, double x)
     const unsigned int above = firstNotBefore(range, x);
     if (above == 0)
         return 0;
-    if (above < range.count) {
-        const double position = range.position(above);
-        if (position == x || std::abs(position - x) < std::abs(range.position(above - 1) - x))
-            return above;
-    }
-    // Where steps are lost in rounding, several channels lie at one position: the first of them.
-    const double position = range.position(above - 1);
-    if (above == 1 || range.position(above - 2) != position)
-        return above - 1;
-    return firstNotBefore(range, position);
+    const double position = range.position(above);
+    // Asked first: the distance of an infinite position to itself is not a number.
+    if (position == x)
+        return above;
+    const double below = range.position(above - 1);
+    if (std::abs(position - x) < std::abs(below - x))
+        return above;
+    // Several channels may round to the place below; the first of them.
+    return firstNotBefore(range, below);
 }
 
 // The channel nearest to `x`, limited to the range.

@@ -70,8 +70,7 @@ void ChannelRangeIndex::updateHighest(std::size_t from)
             m_highest.emplace_back();
         std::vector<double>& highest = m_highest[level];
         highest.resize(blocksFor(count));
-        // A new top level starts at its first block: nothing was there to be right already.
-        from = highest.size() == 1 ? 0 : from / fanOut;
+        from /= fanOut;
         for (std::size_t block = from; block < highest.size(); ++block) {
             double most = -std::numeric_limits<double>::infinity();
             const std::size_t end = std::min((block + 1) * fanOut, count);

@@ -71,7 +71,6 @@ std::size_t MappingBase::valueCount(const ChannelRangeDefinition& grid, std::siz
 void MappingBase::installGrid(const ChannelRangeDefinition& grid)
 {
     m_grid = grid;
-    m_scanEnded = false; // all is cleared: nothing old is left
 }
 
 void MappingBase::throwOutsideGrid(long first, unsigned int count) const

@@ -139,12 +139,15 @@ public:
         std::string trail;
         for (int call = 0; call < 200 && !m_choices.done() && m_difference.empty(); ++call) {
             const unsigned int which = m_choices.below(16);
-            trail += " " + std::to_string(which);
+            trail += ' ';
+            trail += std::to_string(which);
             step(which);
             if (m_difference.empty())
                 compareMaps();
         }
-        return m_difference.empty() ? m_difference : m_difference + " after calls" + trail;
+        if (!m_difference.empty())
+            m_difference.append(" after calls").append(trail);
+        return m_difference;
     }
 
 private:

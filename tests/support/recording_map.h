@@ -28,18 +28,17 @@ public:
 
     void SetChannelRangeDefinition(const values::ChannelRangeDefinition& def, std::size_t code) override
     {
-        tell("SetChannelRangeDefinition",
-             " " + std::to_string(def.GetChannelCount()) + " " + std::to_string(code));
+        tell("SetChannelRangeDefinition", std::to_string(def.GetChannelCount()) + " " + std::to_string(code));
         Map::SetChannelRangeDefinition(def, code);
     }
     void ClearChannelRange(long first, unsigned int last) override
     {
-        tell("ClearChannelRange", " " + std::to_string(first) + " " + std::to_string(last));
+        tell("ClearChannelRange", std::to_string(first) + " " + std::to_string(last));
         Map::ClearChannelRange(first, last);
     }
     void SetTimeStamp(const quint64& stamp) override
     {
-        tell("SetTimeStamp", " " + std::to_string(stamp));
+        tell("SetTimeStamp", std::to_string(stamp));
         Map::SetTimeStamp(stamp);
     }
     void EndOfScan() override
@@ -49,25 +48,25 @@ public:
     }
     void SetEndOfScan(const quint64& stamp) override
     {
-        tell("SetEndOfScan", " " + std::to_string(stamp));
+        tell("SetEndOfScan", std::to_string(stamp));
         Map::SetEndOfScan(stamp);
     }
     void SetChannelValues(long first, unsigned int count, const T* source) override
     {
         tell("SetChannelValues",
-             " " + std::to_string(first) + "+" + std::to_string(count) + (source ? "" : " null"));
+             std::to_string(first) + "+" + std::to_string(count) + (source ? "" : " null"));
         Map::SetChannelValues(first, count, source);
     }
     void HasChanged(TChangeCode code, IObserver* originator = nullptr) override
     {
-        tell("HasChanged", " " + std::to_string(code) + (originator ? " with originator" : ""));
+        tell("HasChanged", std::to_string(code) + (originator ? " with originator" : ""));
         Map::HasChanged(code, originator);
     }
 
 private:
     void tell(const std::string& call, const std::string& arguments = {})
     {
-        m_log.add(m_name + " " + call + arguments);
+        m_log.add(m_name + " " + call + (arguments.empty() ? "" : " ") + arguments);
         if (failing.count(call) != 0)
             throw NQException(QString::fromStdString(call + " failed"), QStringLiteral("RecordingMap"),
                               QStringLiteral("recording_map"), QString::fromStdString(call), __LINE__);

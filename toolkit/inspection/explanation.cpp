@@ -117,7 +117,8 @@ std::string headerValue(std::string_view name, std::uint32_t value, const Attrib
 void Explanation::line(std::uint64_t offset, std::uint64_t size, std::string_view name,
                        std::string_view value)
 {
-    if (offset >= m_received.size() && size > 0)
+    const bool isInside = offset < m_received.size() || (offset == m_received.size() && size == 0);
+    if (!isInside)
         return;
     const std::span<const unsigned char> bytes =
         std::span{m_received}.subspan(offset, std::min<std::uint64_t>(size, m_received.size() - offset));

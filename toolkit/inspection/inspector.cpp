@@ -210,7 +210,7 @@ void Inspector::tellNotWalked(std::uint32_t upTo, const std::string& why)
               m_walkedTo, upTo});
 }
 
-void Inspector::tellDrop(Drop drop)
+void Inspector::tellDrop(const Drop& drop)
 {
     m_allSound = false;
     m_sink.dropped(drop);

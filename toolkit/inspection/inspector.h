@@ -39,7 +39,7 @@ private:
     [[nodiscard]] std::size_t collectFields(const DataPointers& data);
     [[nodiscard]] std::uint32_t offsetOf(const void* place) const;
     void tellUnknown();
-    void tellDrop(Drop drop);
+    void tellDrop(const Drop& drop);
     void tellRefused(std::string reason, std::string detail);
     void tellNotWalked(std::uint32_t upTo, const std::string& why);
 

@@ -18,7 +18,10 @@ constexpr unsigned stragglers = 256;   // so far behind, a datagram was overtake
 
 double seconds(std::int64_t from, std::int64_t to)
 {
-    return (static_cast<double>(to) - static_cast<double>(from)) / 1e9;
+    if (to < from)
+        return -seconds(to, from);
+    // Unsigned, for times of any distance; not as floating numbers, which would lose the nanoseconds.
+    return static_cast<double>(static_cast<std::uint64_t>(to) - static_cast<std::uint64_t>(from)) / 1e9;
 }
 
 std::string range(std::uint32_t low, std::uint32_t high)
@@ -71,7 +74,7 @@ void Summary::datagram(const DatagramInfo& datagram)
         m_last = std::max(m_last.value_or(*m_now), *m_now);
     }
     if (!datagram.valid)
-        listError(datagram.index, "bad magic");
+        listError(datagram.index, "Bad Magic", "");
     const bool isFull = m_streams.size() >= maxStreams && !m_streams.contains(datagram.origin);
     if (isFull) {
         ++m_datagramsWithoutStream;
@@ -108,15 +111,15 @@ void Summary::attribute(const AttributeInfo& attribute)
 
 void Summary::dropped(const Drop& drop)
 {
-    ++m_errorsByReason[drop.reason];
-    listError(drop.datagram, fmt::format("attribute {}: {}: {}", drop.attribute, drop.reason, drop.detail));
+    listError(drop.datagram, drop.reason, fmt::format(" in attribute {}: {}", drop.attribute, drop.detail));
 }
 
-void Summary::listError(std::uint64_t datagram, const std::string& text)
+void Summary::listError(std::uint64_t datagram, const std::string& reason, const std::string& detail)
 {
     ++m_errorCount;
+    ++m_errorsByReason[reason];
     if (m_errors.size() < maxErrors)
-        m_errors.push_back(fmt::format("datagram {} at byte {}: {}", datagram, m_position, text));
+        m_errors.push_back(fmt::format("datagram {} at byte {}: {}{}", datagram, m_position, reason, detail));
 }
 
 void Summary::finish()
@@ -194,7 +197,13 @@ void Summary::printErrors() const
 {
     if (m_errorCount == 0)
         return;
-    fmt::print(m_out, "\n{} errors\n", m_errorCount);
+    fmt::print(m_out, "\n{} errors", m_errorCount);
+    const char* separator = ": ";
+    for (const auto& [reason, count] : m_errorsByReason) {
+        fmt::print(m_out, "{}{} {}", separator, count, reason);
+        separator = ", ";
+    }
+    fmt::print(m_out, "\n");
     for (const std::string& error : m_errors)
         fmt::print(m_out, "  {}\n", error);
     if (m_errorCount > m_errors.size())

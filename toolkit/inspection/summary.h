@@ -58,7 +58,7 @@ private:
     };
     using Cells = std::array<std::string, 9>;
 
-    void listError(std::uint64_t datagram, const std::string& text);
+    void listError(std::uint64_t datagram, const std::string& reason, const std::string& detail);
     void printHead() const;
     void printRows() const;
     void printErrors() const;

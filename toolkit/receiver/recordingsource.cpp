@@ -40,34 +40,54 @@ RecordingSource::~RecordingSource()
 void RecordingSource::start(Sink sink)
 {
     m_sink = std::move(sink);
+    m_oldClock = TavoOS::Install(m_clock);
+    open();
+    m_timer.start(0);
+}
+
+void RecordingSource::open()
+{
     m_recording = recording::openRecording(m_path, {});
     m_recording->onProblem([this](const recording::Problem& problem) {
         emit said(QString::fromStdString(m_path + ": " + text(problem)));
     });
-    m_oldClock = TavoOS::Install(m_clock);
     m_state = "playing";
-    if (readNext())
-        m_firstNs = m_next->receivedNs.value_or(0);
+    m_firstNs.reset();
+    m_playedThisRound = 0;
+    readNext();
     m_sinceStart.start();
-    m_timer.start(0);
 }
 
-bool RecordingSource::readNext()
+// The next datagram of the range.
+void RecordingSource::readNext()
 {
     try {
-        m_next = m_recording->next();
+        do {
+            m_next = m_recording->next();
+            if (m_next && !m_firstNs)
+                m_firstNs = m_next->receivedNs.value_or(0);
+        } while (m_next && secondsInto(*m_next) < m_playback.fromSeconds);
     } catch (const recording::BadFile& bad) {
         emit said(QString::fromUtf8(bad.what()));
+        m_failed = true;
         m_next.reset();
     }
-    return m_next.has_value();
+    if (m_next && m_playback.untilSeconds && secondsInto(*m_next) >= *m_playback.untilSeconds)
+        m_next.reset();
+}
+
+double RecordingSource::secondsInto(const recording::Datagram& datagram) const
+{
+    return static_cast<double>(datagram.receivedNs.value_or(0) - m_firstNs.value_or(0)) / 1e9;
 }
 
 qint64 RecordingSource::millisecondsUntilDue() const
 {
+    if (m_paused)
+        return 1;
     if (m_playback.rate <= 0.0 || !m_next->receivedNs)
         return 0;
-    const double dueMs = static_cast<double>(*m_next->receivedNs - m_firstNs) / 1e6 / m_playback.rate;
+    const double dueMs = (secondsInto(*m_next) - m_playback.fromSeconds) * 1e3 / m_playback.rate;
     const double waitMs = dueMs - static_cast<double>(m_sinceStart.elapsed());
     return static_cast<qint64>(std::clamp(waitMs, 0.0, static_cast<double>(longestPauseMilliseconds)));
 }
@@ -82,14 +102,26 @@ void RecordingSource::play()
         m_sink({std::make_unique<UdpDatagram>(std::make_unique<QByteArray>(std::move(datagram.bytes))),
                 datagram.receivedNs.value_or(0), datagram.origin});
         ++m_played;
+        ++m_playedThisRound;
         readNext();
     }
-    if (m_next) {
+    if (m_next)
         m_timer.start(static_cast<int>(millisecondsUntilDue()));
+    else
+        end();
+}
+
+void RecordingSource::end()
+{
+    // A round without a datagram would be followed by the next one at once.
+    if (m_playback.loop && !m_failed && m_playedThisRound != 0) {
+        emit restarted();
+        open();
+        m_timer.start(0);
         return;
     }
     m_state = "played to its end";
-    emit said(QString::fromStdString(fmt::format("{}: {} datagrams played to its end", m_path, m_played)));
+    emit said(QString::fromStdString(fmt::format("{}: {} datagrams played", m_path, m_played)));
     emit finished();
 }
 

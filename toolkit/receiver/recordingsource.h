@@ -23,10 +23,19 @@ public:
     void start(Sink sink) override;
     [[nodiscard]] Facts facts() const override;
 
+    /// Whether the file could not be read to its end.
+    [[nodiscard]] bool failed() const { return m_failed; }
+
+    /// Holds the playback, for a receiver of its datagrams that cannot take more now.
+    void pause(bool paused) { m_paused = paused; }
+
 private:
     class Clock;
+    void open();
     void play();
-    bool readNext();
+    void readNext();
+    void end();
+    [[nodiscard]] double secondsInto(const recording::Datagram& datagram) const;
     [[nodiscard]] qint64 millisecondsUntilDue() const;
 
     std::string m_path;
@@ -36,8 +45,11 @@ private:
     std::optional<recording::Datagram> m_next;
     std::shared_ptr<Clock> m_clock;
     std::shared_ptr<ITavoOS> m_oldClock;
-    std::int64_t m_firstNs = 0;
+    std::optional<std::int64_t> m_firstNs; // of the recording
     quint64 m_played = 0;
+    quint64 m_playedThisRound = 0;
+    bool m_failed = false;
+    bool m_paused = false;
     QElapsedTimer m_sinceStart;
     QTimer m_timer;
     std::string m_state = "not started";

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "toolkit/receiver/session.h"
 #include "devicecontrol/vk410protocol/levelmapfillerimpl.h"
+#include "nqbase/nqexception.h"
 
 namespace receiver {
 
@@ -102,7 +103,13 @@ void Session::take(Received received)
     m_sinceLast.start();
     for (const Tap& tap : m_taps)
         tap(received);
-    m_dispatcher.ProcessDatagram(received.datagram.release());
+    try {
+        m_dispatcher.ProcessDatagram(received.datagram.release());
+    } catch (const NQException& failure) {
+        // A processor passes on what a map refused besides its writes; the next datagram is no worse for it.
+        m_ledger.mapRejected();
+        emit said(QStringLiteral("a map refused: ") + failure.GetErrorReason());
+    }
 }
 
 ledger::Ledger& Session::ledger()

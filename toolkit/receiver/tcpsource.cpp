@@ -39,7 +39,21 @@ TcpSource::TcpSource(const SourceSpec& spec)
     connect(&m_retry, &QTimer::timeout, this, &TcpSource::probe);
 }
 
-TcpSource::~TcpSource() = default;
+TcpSource::~TcpSource()
+{
+    forgetReader();
+}
+
+// Its socket says that it is disconnected also when it is destroyed; that is no news then.
+std::unique_ptr<TcpReader> TcpSource::forgetReader()
+{
+    if (m_reader) {
+        m_reader->disconnect(this);
+        if (auto* const socket = m_reader->findChild<QTcpSocket*>())
+            socket->disconnect(this);
+    }
+    return std::move(m_reader);
+}
 
 void TcpSource::start(Sink sink)
 {
@@ -103,15 +117,18 @@ void TcpSource::retryLater(const QString& why)
 {
     if (m_retry.isActive())
         return;
+    // What has arrived whole is delivered before the reader goes.
+    if (m_reader && m_reader->HasPendingDatagrams()) {
+        QTimer::singleShot(1, this, [this, why] { retryLater(why); });
+        return;
+    }
     // Both may be the sender of the signal that led here.
     if (m_probe) {
         m_probe->disconnect(this);
         m_probe.release()->deleteLater();
     }
-    if (m_reader) {
-        m_reader->disconnect(this);
-        m_reader.release()->deleteLater();
-    }
+    if (std::unique_ptr<TcpReader> reader = forgetReader())
+        reader.release()->deleteLater();
     setState(fmt::format("{}:{}: {}; next try in {:.1f} s", m_spec.host, m_spec.port, why.toStdString(),
                          m_pauseMilliseconds / 1000.0));
     m_retry.start(m_pauseMilliseconds);

@@ -29,6 +29,7 @@ public slots:
 private:
     void probe();
     void buildReader();
+    std::unique_ptr<TcpReader> forgetReader();
     void retryLater(const QString& why);
     void listenForMirror();
     void setState(const std::string& state);

@@ -85,26 +85,28 @@ std::optional<Packet> CaptureFile::next()
     m_end = positionIn(m_file);
     Packet packet;
     packet.bytes = wire::View{data, header->caplen};
-    packet.position = positionOfData(m_end, header->caplen);
+    const Record record = recordOf(header->caplen);
+    packet.position = record.position;
     packet.originalSize = header->len;
-    packet.receivedNs = nanoseconds(header->ts);
+    if (record.hasTime)
+        packet.receivedNs = nanoseconds(header->ts);
     return packet;
 }
 
-// libpcap does not tell where a packet lies. In pcap its bytes end the record; in pcapng the block's length
-// stands behind them.
-std::uint64_t CaptureFile::positionOfData(std::uint64_t recordEnd, std::uint32_t size) const
+// In pcap the packet's bytes end the record; in pcapng the block's length stands behind them, and a simple
+// block is shorter and has no time.
+CaptureFile::Record CaptureFile::recordOf(std::uint32_t size) const
 {
     if (!m_isNextGeneration)
-        return recordEnd - size;
+        return {m_end - size, true};
     std::array<unsigned char, pcapng::trailerSize> trailer{};
-    ::fseeko(m_file, static_cast<off_t>(recordEnd - trailer.size()), SEEK_SET); // inside stdio's buffer
+    ::fseeko(m_file, static_cast<off_t>(m_end - trailer.size()), SEEK_SET); // inside stdio's buffer
     if (std::fread(trailer.data(), 1, trailer.size(), m_file) != trailer.size())
-        return recordEnd - size;
+        return {m_end - size, true};
     const std::uint32_t padded = (size + 3) / 4 * 4;
     const auto length = wire::load<std::uint32_t>(trailer.data(), m_order);
     const bool isSimple = length == pcapng::simpleDataOffset + padded + pcapng::trailerSize;
-    return recordEnd - length + (isSimple ? pcapng::simpleDataOffset : pcapng::packetDataOffset);
+    return {m_end - length + (isSimple ? pcapng::simpleDataOffset : pcapng::packetDataOffset), !isSimple};
 }
 
 } // namespace recording

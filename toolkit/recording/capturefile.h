@@ -38,7 +38,12 @@ private:
         void operator()(pcap_t* capture) const;
     };
 
-    [[nodiscard]] std::uint64_t positionOfData(std::uint64_t recordEnd, std::uint32_t size) const;
+    // What libpcap does not tell about a packet.
+    struct Record {
+        std::uint64_t position;
+        bool hasTime;
+    };
+    [[nodiscard]] Record recordOf(std::uint32_t size) const;
 
     std::string m_name;
     std::uint64_t m_fileSize = 0;

@@ -223,7 +223,7 @@ bool CaptureSource::isWanted(std::uint16_t from, std::uint16_t to) const
     return !m_options.port || *m_options.port == from || *m_options.port == to;
 }
 
-void CaptureSource::takeUdp(const Tins::UDP& udp, Origin origin, Place payload)
+void CaptureSource::takeUdp(const Tins::UDP& udp, const Origin& origin, Place payload)
 {
     const std::span<const std::uint8_t> bytes = payloadOf(udp);
     const std::size_t claimed = udp.length() < udpHeaderSize ? 0 : udp.length() - udpHeaderSize;
@@ -233,7 +233,7 @@ void CaptureSource::takeUdp(const Tins::UDP& udp, Origin origin, Place payload)
     m_ready.push_back({withSpareRoom(bytes.data(), claimed), payload.position, payload.receivedNs, origin});
 }
 
-void CaptureSource::takeTcp(const Tins::TCP& tcp, Origin origin, Place payload)
+void CaptureSource::takeTcp(const Tins::TCP& tcp, const Origin& origin, Place payload)
 {
     Flow& flow = flowOf(origin);
     flow.lastUse = ++m_uses;

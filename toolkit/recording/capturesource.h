@@ -48,8 +48,8 @@ private:
     void takeIpv6(const Tins::IPv6& ip, const Packet& packet, std::size_t payloadOffset);
     void takeFragment(const Fragment& fragment);
     void takeTransport(const Tins::PDU* layer, Origin origin, Place place);
-    void takeUdp(const Tins::UDP& udp, Origin origin, Place payload);
-    void takeTcp(const Tins::TCP& tcp, Origin origin, Place payload);
+    void takeUdp(const Tins::UDP& udp, const Origin& origin, Place payload);
+    void takeTcp(const Tins::TCP& tcp, const Origin& origin, Place payload);
     void lostFragments(const FragmentKey& key, const Joined& pieces);
     Flow& flowOf(const Origin& origin);
     template <typename Less>

@@ -2,13 +2,13 @@
 #pragma once
 // Puts fragmented IP packets together; libtins does it, this bounds what it keeps.
 #include "toolkit/recording/origin.h"
-#include <compare>
 #include <cstdint>
 #include <functional>
 #include <list>
 #include <map>
 #include <optional>
 #include <tins/ip_reassembler.h>
+#include <tuple>
 #include <vector>
 
 namespace recording {
@@ -20,7 +20,10 @@ struct FragmentKey {
     std::uint8_t protocol = 0;
     std::uint32_t id = 0;
 
-    friend auto operator<=>(const FragmentKey&, const FragmentKey&) = default;
+    friend bool operator<(const FragmentKey& a, const FragmentKey& b)
+    {
+        return std::tie(a.from, a.to, a.protocol, a.id) < std::tie(b.from, b.to, b.protocol, b.id);
+    }
 };
 
 struct Fragment {

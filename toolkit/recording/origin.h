@@ -2,9 +2,9 @@
 #pragma once
 // Who sent a datagram, and to whom.
 #include <array>
-#include <compare>
 #include <cstdint>
 #include <string>
+#include <tuple>
 
 namespace recording {
 
@@ -13,7 +13,11 @@ struct Endpoint {
     bool isV6 = false;
     std::uint16_t port = 0;
 
-    friend auto operator<=>(const Endpoint&, const Endpoint&) = default;
+    friend bool operator==(const Endpoint&, const Endpoint&) = default;
+    friend bool operator<(const Endpoint& a, const Endpoint& b)
+    {
+        return std::tie(a.address, a.isV6, a.port) < std::tie(b.address, b.isV6, b.port);
+    }
 };
 
 enum class Transport : std::uint8_t { File, Udp, Tcp };
@@ -24,7 +28,11 @@ struct Origin {
     Endpoint from;
     Endpoint to;
 
-    friend auto operator<=>(const Origin&, const Origin&) = default;
+    friend bool operator==(const Origin&, const Origin&) = default;
+    friend bool operator<(const Origin& a, const Origin& b)
+    {
+        return std::tie(a.transport, a.from, a.to) < std::tie(b.transport, b.from, b.to);
+    }
 };
 
 /// "192.0.2.1:5555" or "[2001:db8::1]:5555".

@@ -24,7 +24,10 @@ int parseAndRun(int argc, char** argv)
     program.footer("'vk410 VERB --help' tells more, with examples.\n"
                    "Exit codes: 0 done, 1 data lost or not sound, 2 failed or wrong usage.");
     verbs::Run run;
+    verbs::addMonitor(program, run);
     verbs::addInspect(program, run);
+    verbs::addRecord(program, run);
+    verbs::addReplay(program, run);
     try {
         program.parse(argc, argv);
     } catch (const CLI::Success& shown) { // --help, --version

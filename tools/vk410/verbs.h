@@ -18,5 +18,8 @@ using Run = std::function<int()>;
 
 /// Each adds its verb to `program`; choosing it sets `run`.
 void addInspect(CLI::App& program, Run& run);
+void addMonitor(CLI::App& program, Run& run);
+void addRecord(CLI::App& program, Run& run);
+void addReplay(CLI::App& program, Run& run);
 
 } // namespace verbs

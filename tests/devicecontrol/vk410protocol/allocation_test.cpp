@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "devicecontrol/vk410protocol/mdpdfpscanscif.h"
 #include "devicecontrol/vk410protocol/mdpzerospan.h"
+#include "nqbase/errorhandler.h"
 #include "support/allocation_count.h"
 #include "support/delivered.h"
 #include "support/dfscan_receiver.h"
@@ -89,6 +90,81 @@ TEST(Allocations, AreTheSignalsCopyAndAtMostOneIdVectorForAnIfPanorama)
         allocationsOf(dispatcher, trace.bytes());
     EXPECT_LE(allocationsOf(dispatcher, trace.bytes()), 2U);
     EXPECT_EQ(map.GetValues()[1600], 4);
+}
+
+TEST(Allocations, AreNoMoreForAPathWithoutALeadingSlash)
+{
+    if (!support::allocationCountWorks())
+        GTEST_SKIP() << "this build has an allocator of its own";
+    const support::FreshValueTree tree;
+    values::LevelMap map;
+    MdpIfpan processor{nullptr, std::make_shared<FastLevelMapFiller>(&map, nullptr)};
+    processor.Init("RX", "FOLLOW");
+    VK410Processor dispatcher{false};
+    dispatcher.RegisterTagProcessor(&processor, TAG_501, 0);
+    for (int warmUp = 0; warmUp < 3; ++warmUp)
+        allocationsOf(dispatcher, support::IfpanTrace{}.bytes());
+    EXPECT_LE(allocationsOf(dispatcher, support::IfpanTrace{}.bytes()), 2U);
+}
+
+/// The loss text is composed and thrown away; composing it allocates.
+class SequenceState : public testing::Test {
+protected:
+    bool composes(std::uint16_t sequence, std::size_t size = 16)
+    {
+        return allocationsOf(dispatcher, DatagramWriter{}.sequence(sequence).cutTo(size).build()) > 0;
+    }
+    void SetUp() override
+    {
+        if (!support::allocationCountWorks())
+            GTEST_SKIP() << "this build has an allocator of its own";
+        ErrorHandler::Instance()->SetTraceMask(0x40);
+    }
+    void TearDown() override { ErrorHandler::Instance()->SetTraceMask(0); }
+    VK410Processor dispatcher{false};
+};
+
+TEST_F(SequenceState, ComposesALossForAGapOnly)
+{
+    EXPECT_FALSE(composes(7));
+    EXPECT_TRUE(composes(10));
+    EXPECT_FALSE(composes(11));
+    EXPECT_TRUE(composes(3));
+}
+
+TEST_F(SequenceState, ComposesNothingUnderAnotherMask)
+{
+    ErrorHandler::Instance()->SetTraceMask(0xFFFFFFBF);
+    EXPECT_FALSE(composes(7));
+    EXPECT_FALSE(composes(10));
+}
+
+TEST_F(SequenceState, ComposesNothingFromTheLargestNumberToZero)
+{
+    EXPECT_FALSE(composes(65'535));
+    EXPECT_FALSE(composes(0));
+}
+
+TEST_F(SequenceState, ComposesNothingAfterItWasInvalidated)
+{
+    EXPECT_FALSE(composes(7));
+    dispatcher.invalidateSeqNumber();
+    EXPECT_FALSE(composes(100));
+}
+
+TEST_F(SequenceState, ComposesNothingAfterADatagramThatIsTooShortForANumber)
+{
+    EXPECT_FALSE(composes(7));
+    EXPECT_FALSE(composes(0, 9));
+    EXPECT_FALSE(composes(100));
+    EXPECT_TRUE(composes(200));
+}
+
+TEST_F(SequenceState, CountsDatagramsWithoutMagicToo)
+{
+    EXPECT_FALSE(composes(7));
+    EXPECT_EQ(allocationsOf(dispatcher, DatagramWriter{}.magic(1).sequence(8).build()), 0U);
+    EXPECT_FALSE(composes(9));
 }
 
 TEST(Allocations, AreAtMostOneIdVectorForAZeroSpanTrace)

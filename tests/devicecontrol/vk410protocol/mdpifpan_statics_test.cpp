@@ -214,4 +214,22 @@ TEST_F(MdpIfpanStatics, AMemorySearchForgetsItsFrequenciesWithANewInit)
                                        "filler SetSingleData 10000000 3"));
 }
 
+TEST_F(MdpIfpanStatics, AMemorySearchRemembersABoundedNumberOfFrequencies)
+{
+    rx.answers.mSearch = true;
+    rx.commands->SelectKey(6);
+    constexpr std::uint64_t limit = 65'536;
+    for (std::uint64_t i = 0; i <= limit; ++i) {
+        tuneTo(1'000 + i);
+        log.clear();
+    }
+    tuneTo(1'000 + limit); // the same again: no visit
+    tuneTo(500);           // neither this one
+    tuneTo(1'000 + limit); // nor that one was remembered
+    EXPECT_THAT(singles(), ElementsAre("filler SetSingleData 66536 3", "filler SetSingleData 500 3",
+                                       "filler SetSingleData 66536 3"));
+    tuneTo(1'000);
+    EXPECT_THAT(singles(), ElementsAre("filler SetSingleData 1000 3", "filler SetSingleData 0 0"));
+}
+
 } // namespace

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 // What the IF panorama processor does with the receiver's values: binding, scans, replay, bearing map.
+#include "nqbase/nqexception.h"
 #include "support/ifpan_receiver.h"
 #include "support/trace_capture.h"
+#include <functional>
 #include <gmock/gmock.h>
 
 using support::EffectLog;
@@ -481,6 +483,64 @@ TEST_F(MdpIfpanBearing, IsStampedByTheDeviceWhenAsked)
     trace.stamp = 9'999;
     rx.receive(trace);
     EXPECT_THAT(bearingEffects(), Contains("bearings SetTimeStamp 9"));
+}
+
+/// Does something once, from inside a notification.
+class Once : public IObserver {
+public:
+    explicit Once(std::function<void()> action)
+        : m_action(std::move(action))
+    {}
+    void Update(Observable* subject, TChangeCode) override
+    {
+        subject->RemoveObserver(this);
+        m_action();
+    }
+
+private:
+    std::function<void()> m_action;
+};
+
+TEST_F(MdpIfpanBearing, SurvivesANewInitFromInsideItsNotifications)
+{
+    const auto map = addMap("/RX");
+    Once mover{[this] { rx.processor().Init("/NOWHERE", "/NOWHERE"); }};
+    rx.processor();
+    map->AddObserver(&mover);
+    rx.receive({}); // told about its grid
+    EXPECT_THAT(bearingEffects(), Contains("bearings EndOfScan"));
+    rx.processor().Init("/RX", "/FOLLOW");
+    rx.receive({});
+    map->AddObserver(&mover);
+    rx.receive({}); // told about its contents
+    EXPECT_THAT(bearingEffects(), Contains("bearings EndOfScan"));
+}
+
+TEST_F(MdpIfpanBearing, AGridThatTheMapRefusedIsTriedAgain)
+{
+    const auto map = addMap("/RX");
+    map->SetMemoryLimit(10);
+    EXPECT_THROW(rx.receive({}), NQException);
+    map->SetMemoryLimit(values::MappingBase::defaultMemoryLimit);
+    rx.receive({});
+    EXPECT_EQ(map->GetChannelRangeDefinition().GetChannelCount(), 5U);
+}
+
+TEST_F(MdpIfpanScan, WithoutFrequencyNothingIsHeldBecauseNothingCanBeCompared)
+{
+    rx.tree->Remove("/RX/FREQUENCY");
+    rx.processor();
+    rx.commands->SelectKey(5);
+    rx.searchScan->SelectText("RUN");
+    rx.receive(tunedTo(91'000'000));
+    EXPECT_EQ(rx.searchScan->GetCurrentKeyText(), "RUN");
+}
+
+TEST_F(MdpIfpanScan, IgnoresAChangeOfNothing)
+{
+    rx.tree->Remove("/RX/SEARCHSCANMODE");
+    rx.processor().Update(nullptr, changecode::valueChanged);
+    EXPECT_THAT(traces.take(), IsEmpty());
 }
 
 } // namespace

@@ -9,6 +9,7 @@
 #include "support/value_tree.h"
 #include "support/zerospan_receiver.h"
 #include "values/value.h"
+#include <functional>
 #include <gmock/gmock.h>
 #include <limits>
 
@@ -367,6 +368,56 @@ TEST_F(MdpZeroSpanAccept, CopiesShareTheirFillers)
     dispatcher.ProcessDatagram(new UdpDatagram{support::received(ZeroSpanTrace{}.bytes())});
     EXPECT_THAT(log.take(), Contains("level SetData 1000..1400 x5"));
     EXPECT_EQ(axis("XStop")->GetValue(), 1400);
+}
+
+/// Does something once, from inside a notification.
+class Once : public IObserver {
+public:
+    explicit Once(std::function<void()> action)
+        : m_action(std::move(action))
+    {}
+    void Update(Observable* subject, TChangeCode) override
+    {
+        subject->RemoveObserver(this);
+        m_action();
+    }
+
+private:
+    std::function<void()> m_action;
+};
+
+TEST_F(MdpZeroSpanGrid, SurvivesATraceFromInsideItsNotification)
+{
+    Once feeder{[this] {
+        ZeroSpanTrace inner;
+        inner.xStart = 5000;
+        inner.levels = {9, 9};
+        receive(inner);
+    }};
+    processor();
+    axis("XStart")->AddObserver(&feeder);
+    ZeroSpanTrace outer;
+    outer.second = {1, 2, 3, 4, 5};
+    receive(outer);
+    EXPECT_EQ(axis("XStop")->GetValue(), 1400);
+    EXPECT_THAT(log.take(), Contains("bit23 SetData 1000..1400 x5"));
+}
+
+TEST_F(MdpZeroSpanGrid, TakesANegativeSpanAsUnsigned)
+{
+    ZeroSpanTrace trace;
+    trace.xSpan = -4;
+    receive(trace);
+    EXPECT_THAT(log.take(), Contains("level SetRangeDefinition 0+5 at 1000 by 4.6116860184273879e+18 10"));
+}
+
+TEST_F(MdpZeroSpanScaling, SkipsTheLevelsOfAnEmptyLevelFiller)
+{
+    levelFiller = nullptr;
+    ZeroSpanTrace trace;
+    trace.second = {1, 2, 3, 4, 5};
+    receive(trace);
+    EXPECT_THAT(log.take(), testing::Each(testing::Not(HasSubstr("level "))));
 }
 
 } // namespace

@@ -299,6 +299,65 @@ TEST_F(TcpReaderLife, MayBeDestroyedByAReceiverOfItsSignal)
     EXPECT_EQ(parent.datagrams.size(), 1U);
 }
 
+TEST_F(TcpReaderGuards, DeliversWhatCameBeforeABadLengthToAParentThatLeavesWhenTheConnectionBreaks)
+{
+    QObject::connect(reader->findChild<QTcpSocket*>(), &QAbstractSocket::disconnected, &parent,
+                     [this] { reader->disconnect(&parent); });
+    receiver.send(joined({numbered(1, 40), wire::DatagramWriter{}.claimTotalLength(15).build()}));
+    ASSERT_TRUE(waitUntil([&] { return !observer.broken.empty(); }));
+    EXPECT_THAT(parent.datagrams, ElementsAre(numbered(1, 40)));
+}
+
+TEST_F(TcpReaderLife, ItsSocketOutlivesTheNotificationInWhichTheReaderDies)
+{
+    const QPointer<QTcpSocket> socket = reader->findChild<QTcpSocket*>();
+    parent.onDatagram = [&] {
+        reader.reset();
+        EXPECT_FALSE(socket.isNull());
+    };
+    receiver.send(numbered(1, 40));
+    ASSERT_TRUE(datagramsArrive(1));
+    ASSERT_TRUE(waitUntil([&] { return socket.isNull(); }));
+}
+
+TEST_F(TcpReaderLife, MayBeDestroyedByItsObserver)
+{
+    class Destroying : public Observer {
+    public:
+        explicit Destroying(std::unique_ptr<TcpReader>& target)
+            : m_target(target)
+        {}
+        void StreamBroken(quint32) override { m_target.reset(); }
+
+    private:
+        std::unique_ptr<TcpReader>& m_target;
+    } destroying{reader};
+    reader->SetMassDataObserver(&destroying);
+    receiver.send(wire::DatagramWriter{}.claimTotalLength(15).build());
+    ASSERT_TRUE(waitUntil([&] { return reader == nullptr; }));
+}
+
+TEST_F(TcpReaderLife, LetsTheEventLoopRunWhileAReceiverIsSlowAndMoreKeepsComing)
+{
+    parent.onDatagram = [] { QThread::msleep(11); };
+    std::vector<Bytes> many;
+    for (unsigned i = 0; i < 60; ++i)
+        many.push_back(numbered(i, 40));
+    int ticks = 0;
+    unsigned fed = 0;
+    QTimer timer;
+    QObject::connect(&timer, &QTimer::timeout, [&] {
+        ++ticks;
+        if (fed < 30)
+            receiver.send(numbered(100 + fed++, 40));
+    });
+    receiver.send(joined(many));
+    ASSERT_TRUE(datagramsArrive(1));
+    timer.start(0);
+    ASSERT_TRUE(datagramsArrive(90));
+    EXPECT_GE(ticks, 60); // about one a datagram: each takes longer than a notification's time
+}
+
 TEST_F(TcpReaderLife, KeepsTheOrderWhenAReceiverRunsANestedEventLoop)
 {
     const unsigned short port = mirror();
@@ -539,6 +598,40 @@ TEST_F(TcpReaderMirror, CutsAClientOfWhichNothingLeavesForFiveSeconds)
     ASSERT_THAT(observer.cut, testing::SizeIs(1));
     EXPECT_GE(timer.elapsed(), 4'500);
     EXPECT_LT(observer.cut[0], 32 << 20);
+}
+
+TEST_F(TcpReaderMirror, DoesNotCutAClientThatReadsMoreSlowlyThanTheStreamComes)
+{
+    const unsigned short port = mirror();
+    QTcpSocket slow;
+    slow.setReadBufferSize(64 << 10);
+    slow.connectToHost(QHostAddress::LocalHost, port);
+    ASSERT_TRUE(slow.waitForConnected());
+    ASSERT_TRUE(waitUntil([&] { return reader->MirrorClientCount() == 1; }));
+    std::size_t sent = 0;
+    while (reader->MirrorBytesWaiting() < (9 << 20)) {
+        receiver.send(numbered(1, 500'000));
+        ASSERT_TRUE(datagramsArrive(++sent));
+    }
+    QElapsedTimer timer;
+    timer.start();
+    while (observer.cut.empty() && !timer.hasExpired(7'000)) {
+        receiver.send(numbered(2, 400'000));
+        ASSERT_TRUE(datagramsArrive(++sent));
+        qint64 got = 0;
+        waitUntil([&] { return (got += slow.readAll().size()) >= 300'000; }, 200);
+        waitUntil([] { return false; }, 100);
+    }
+    EXPECT_THAT(observer.cut, IsEmpty());
+}
+
+TEST_F(TcpReaderMirror, ListensInASecondPlaceToo)
+{
+    const unsigned short first = mirror();
+    const unsigned short second = mirror();
+    MirrorClient a{first};
+    MirrorClient b{second};
+    ASSERT_TRUE(waitUntil([&] { return reader->MirrorClientCount() == 2; }));
 }
 
 TEST_F(TcpReaderMirror, ThrowsAwayWhatAClientSays)

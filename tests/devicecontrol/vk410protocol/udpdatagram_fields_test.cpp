@@ -483,4 +483,19 @@ TEST(UdpDatagramMemory, LeavesASharedArrayAlone)
     EXPECT_EQ(copied<unsigned char>(kept.constData(), bytes.size()), bytes);
 }
 
+// The address checks see it when the two bytes behind the datagram are not its own.
+TEST(UdpDatagramMemory, HasItsTwoSpareBytesAlsoWhenItsArrayWasSharedAndHadRoom)
+{
+    const Bytes bytes =
+        DatagramWriter{}.attribute(101).selectors(1).count(1).items<std::int16_t>({1}).build();
+    QByteArray kept;
+    kept.reserve(static_cast<int>(bytes.size()) + 2);
+    kept.append(reinterpret_cast<const char*>(bytes.data()), static_cast<int>(bytes.size()));
+    UdpDatagram datagram{std::make_unique<QByteArray>(kept)};
+    DataPointers fields{};
+    ASSERT_TRUE(datagram.NextAttribute());
+    datagram.SetupDataPointers(&fields);
+    EXPECT_THAT(copied<std::int16_t>(fields.selBit0, 2), ElementsAre(1, 1));
+}
+
 } // namespace

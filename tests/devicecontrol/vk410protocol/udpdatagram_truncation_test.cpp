@@ -159,4 +159,44 @@ TEST(UdpDatagramPrefix, EveryPrefixDeliversWhatThePlainDecoderFindsInIt)
     }
 }
 
+TEST(UdpDatagramOverrun, SetupAfterAFailedStepTouchesNothing)
+{
+    const Bytes bytes = DatagramWriter{}.attribute(5301).selectors(1).count(3).claimLength(1'000).build();
+    UdpDatagram datagram{support::received(bytes)};
+    EXPECT_FALSE(datagram.NextAttribute());
+    const DataPointers fields = afterOverrun(datagram);
+    EXPECT_THAT(support::copied<const void*>(&fields, 26), Each(nullptr));
+    EXPECT_EQ(support::copied<unsigned char>(datagram.Bytes(), 16), Bytes(bytes.begin(), bytes.begin() + 16));
+}
+
+TEST(UdpDatagramWalkBounds, AnExtendedSizeBelowItsHeaderIsWalkedAndDelivered)
+{
+    Bytes bytes = DatagramWriter{}.attribute(5301).claimLength(0).build(); // 24 bytes, so the step is 34 x 24
+    const Bytes second = DatagramWriter{}.attribute(101).build();
+    bytes.resize(16 + 34 * 24);
+    bytes.insert(bytes.end(), second.begin() + 16, second.end());
+    RecordingDispatcher library;
+    const std::vector<Delivered> delivered = library.process(bytes);
+    ASSERT_EQ(delivered.size(), 2U);
+    EXPECT_EQ(delivered[1].tag, 101U);
+}
+
+TEST(UdpDatagramWalkBounds, AnExtendedCountOf65536HasNoItems)
+{
+    RecordingDispatcher library;
+    const std::vector<Delivered> delivered =
+        library.process(DatagramWriter{}.attribute(5301).selectors(1).count(65'536).build());
+    ASSERT_EQ(delivered.size(), 1U);
+    EXPECT_EQ(delivered[0].dataEnd, 60);
+}
+
+TEST(UdpDatagramWalkBounds, AnExtendedOptionalHeaderOf256BytesIsAvailable)
+{
+    RecordingDispatcher library;
+    const std::vector<Delivered> delivered =
+        library.process(DatagramWriter{}.attribute(5301).optHeader(Bytes(256)).build());
+    ASSERT_EQ(delivered.size(), 1U);
+    EXPECT_TRUE(delivered[0].optHeaderAvailable);
+}
+
 } // namespace

@@ -241,4 +241,20 @@ TEST_F(ObservableTest, AnExceptionEndsTheRoundAndLeavesTheRegistrationsInOrder)
     EXPECT_THAT(log.take(), ElementsAre("a 3", "a 3", "b 3"));
 }
 
+TEST_F(ObservableTest, AskingToBeFirstEndsWithTheRegistration)
+{
+    subject.AddObserver(&a);
+    subject.AddObserver(&b);
+    a.onUpdate = [&](Observable*) {
+        a.onUpdate = nullptr;
+        subject.MakeFirstObserver(&b);
+        subject.RemoveObserver(&b);
+        subject.AddObserver(&b);
+    };
+    subject.HasChanged(3);
+    log.clear();
+    subject.HasChanged(3);
+    EXPECT_THAT(log.take(), ElementsAre("a 3", "b 3"));
+}
+
 } // namespace

@@ -311,6 +311,33 @@ TEST_F(DFSpectrumMapTest, CopiesSuperResolutionDataIntoOwnMemory)
     EXPECT_EQ(map.GetValues()[299].getSuperResolutionSample()->getAzimuth(1), 7);
 }
 
+TEST_F(DFSpectrumMapTest, FindsSuperResolutionDataInAnySampleOfAnyBlock)
+{
+    for (unsigned int count = 1; count <= 9; ++count) {
+        for (unsigned int which = 0; which < count; ++which) {
+            std::vector<DFSpectrumSample> all = samples(count);
+            all[which].createSuperResolutionSample(1).setLevel(0, 5);
+            map.SetChannelValues(250, count, all.data());
+            const DFSpectrumSample& written = map.GetValues()[250 + which];
+            ASSERT_EQ(written, all[which]) << which << " of " << count;
+            ASSERT_NE(written.getSuperResolutionSample(), all[which].getSuperResolutionSample());
+        }
+    }
+}
+
+TEST_F(DFSpectrumMapTest, LeavesNoSuperResolutionDataBehindWhenAllIsOverwritten)
+{
+    {
+        std::vector<DFSpectrumSample> all = samples(600);
+        for (DFSpectrumSample& sample : all)
+            sample.createSuperResolutionSample(1);
+        map.SetChannelValues(0, 600, all.data());
+    }
+    EXPECT_TRUE(SuperResolutionSample::anyAlive());
+    map.SetChannelValues(0, 600, samples(600).data());
+    EXPECT_FALSE(SuperResolutionSample::anyAlive());
+}
+
 TEST_F(DFSpectrumMapTest, FreesSuperResolutionDataThatPlainSamplesOverwrite)
 {
     std::vector<DFSpectrumSample> all = samples(600);

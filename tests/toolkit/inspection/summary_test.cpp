@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "toolkit/inspection/summary.h"
+#include "toolkit/inspection/timetext.h"
 #include "toolkit/support/inspected.h"
 #include <gmock/gmock.h>
 
@@ -78,6 +79,22 @@ TEST(Summary, TellsRatesAndAgesWhereTimesAreKnown)
             "501        0           2     24      0        0x0     0     2.0  1.500"));
 }
 
+TEST(Summary, TellsRatesOfTimesThatLieOneNanosecondApart)
+{
+    const Bytes panorama = DatagramWriter{}.attribute(501).build();
+
+    EXPECT_THAT(summaryOf({received(panorama, support::firstNs), received(panorama, support::firstNs + 1)}),
+                Contains("501        0           2     24      0        0x0     0  1000000000.0  0.000"));
+}
+
+TEST(Summary, TakesTimesAtBothEndsOfTheirRange)
+{
+    const Bytes panorama = DatagramWriter{}.attribute(501).build();
+
+    EXPECT_THAT(summaryOf({received(panorama, INT64_MIN), received(panorama, INT64_MAX)}),
+                Contains("501        0           2     24      0        0x0     0     0.0  0.000"));
+}
+
 TEST(Summary, CountsGapsOfEachSenderByItself)
 {
     std::vector<recording::Datagram> datagrams;
@@ -108,11 +125,12 @@ TEST(Summary, ListsWhatWasDropped)
         summaryOf({datagramOf(DatagramWriter{}.magic(1).build(), 0),
                    datagramOf(DatagramWriter{}.attribute(101).selectors(0x00400000).build(), 16)});
 
-    EXPECT_THAT(lines, Contains("2 errors"));
-    EXPECT_THAT(lines, Contains("  datagram 0 at byte 0: bad magic"));
+    EXPECT_THAT(lines, Contains("2 errors: 1 Bad Magic, 1 Unknown Selector Flag"));
+    EXPECT_THAT(lines, Contains("  datagram 0 at byte 0: Bad Magic"));
     EXPECT_THAT(
         lines,
-        Contains("  datagram 1 at byte 16: attribute 0: Unknown Selector Flag: selector bit 22 at byte 24"));
+        Contains(
+            "  datagram 1 at byte 16: Unknown Selector Flag in attribute 0: selector bit 22 at byte 24"));
     EXPECT_THAT(lines, Contains(StartsWith("file: 2 datagrams, 1 invalid;")));
 }
 
@@ -124,8 +142,8 @@ TEST(Summary, ListsTwentyErrorsAndCountsTheRest)
 
     const std::vector<std::string> lines = summaryOf(std::move(datagrams));
 
-    EXPECT_THAT(lines, Contains("  datagram 19 at byte 0: bad magic"));
-    EXPECT_THAT(lines, Not(Contains("  datagram 20 at byte 0: bad magic")));
+    EXPECT_THAT(lines, Contains("  datagram 19 at byte 0: Bad Magic"));
+    EXPECT_THAT(lines, Not(Contains("  datagram 20 at byte 0: Bad Magic")));
     EXPECT_EQ(lines.back(), "  and 5 more");
 }
 
@@ -154,6 +172,16 @@ TEST(Summary, ShortensALongListOfSelectors)
 
     EXPECT_THAT(summaryOf(std::move(datagrams)),
                 Contains("101        0          10    120      0  0x1 0x2 0x4 ..     0       -      -"));
+}
+
+TEST(TimeText, IsInUtcWithNanoseconds)
+{
+    using inspection::timeText;
+    EXPECT_EQ(timeText(0), "1970-01-01T00:00:00.000000000Z");
+    EXPECT_EQ(timeText(1'700'000'000'123'456'789), "2023-11-14T22:13:20.123456789Z");
+    EXPECT_EQ(timeText(-1), "1969-12-31T23:59:59.999999999Z");
+    EXPECT_EQ(timeText(-1'000'000'000), "1969-12-31T23:59:59.000000000Z");
+    EXPECT_EQ(timeText(INT64_MIN), "1677-09-21T00:12:43.145224192Z");
 }
 
 TEST(SequenceWatch, CountsWhatIsMissingAcrossTheWrap)

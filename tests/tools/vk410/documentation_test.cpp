@@ -29,11 +29,12 @@ TEST(Help, OfTheProgramNamesItsVerbs)
 
 TEST(Help, OfAVerbFitsAScreen)
 {
-    const std::vector<std::string> lines = linesOf(helpOf("inspect"));
-
-    EXPECT_LE(lines.size(), 24U);
-    for (const std::string& line : lines)
-        EXPECT_LE(line.size(), 90U) << line;
+    for (const char* const verb : {"inspect", "monitor", "record", "replay"}) {
+        const std::vector<std::string> lines = linesOf(helpOf(verb));
+        EXPECT_LE(lines.size(), 24U) << verb;
+        for (const std::string& line : lines)
+            EXPECT_LE(line.size(), 120U) << line;
+    }
 }
 
 TEST(Help, OfAVerbEndsWithThreeExamplesThatWork)

@@ -128,7 +128,8 @@ TEST_F(Inspect, EndsWithOneWhereAnAttributeWasDropped)
     const Ran ran = vk410("inspect a.bin");
 
     EXPECT_EQ(ran.exitCode, 1);
-    EXPECT_THAT(ran.out, HasSubstr("1 errors\n  datagram 1 at byte 86: attribute 0: Unknown Selector Flag"));
+    EXPECT_THAT(ran.out, HasSubstr("1 errors: 1 Unknown Selector Flag\n  datagram 1 at byte 86: Unknown "
+                                   "Selector Flag in attribute 0"));
     EXPECT_EQ(ran.err, "");
 }
 

@@ -1,0 +1,166 @@
+// SPDX-License-Identifier: MIT
+// The verbs that receive and send, over real sockets, as a user runs them in two terminals.
+#include "tools/vk410/run_program.h"
+#include <QTcpServer>
+#include <QUdpSocket>
+#include <gmock/gmock.h>
+
+namespace {
+
+using namespace support;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+
+const std::string samples = std::string(VK410_DOCS) + "/samples";
+
+class LiveVerbs : public testing::Test {
+protected:
+    // A port that is free for UDP and TCP.
+    static std::string freePort()
+    {
+        for (;;) {
+            QTcpServer tcp;
+            tcp.listen(QHostAddress::LocalHost);
+            QUdpSocket udp;
+            if (udp.bind(QHostAddress::LocalHost, tcp.serverPort()))
+                return std::to_string(tcp.serverPort());
+        }
+    }
+    /// Runs `command` with $PORT, a helper that waits for a text in a file, and the samples.
+    Ran script(const std::string& command)
+    {
+        return run("PORT=" + port + "; SAMPLES=" + samples +
+                       "; until_says() { for i in $(seq 200); do grep -q \"$1\" \"$2\" 2>/dev/null && "
+                       "return; sleep 0.05; "
+                       "done; echo \"never said $1: $(cat \"$2\")\" >&2; }; " +
+                       command,
+                   folder.path());
+    }
+    static std::string hashIn(const std::string& report)
+    {
+        const std::size_t at = report.find("map contents");
+        return at == std::string::npos ? "none" : report.substr(report.find_first_not_of(' ', at + 12), 16);
+    }
+    TemporaryFolder folder;
+    std::string port = freePort();
+};
+
+TEST_F(LiveVerbs, MonitorShowsWhatReplaySendsAndEndsCleanlyOnCtrlC)
+{
+    const Ran ran =
+        script("vk410 monitor udp://127.0.0.1:$PORT --headless > out 2> err & until_says listening err; "
+               "vk410 replay $SAMPLES/receiver.pcap --udp 127.0.0.1:$PORT --rate 0 >/dev/null 2>&1; "
+               "until_says 'datagrams/s' err; kill -INT $!; wait $!; echo exit $?; cat out");
+    EXPECT_THAT(ran.out, HasSubstr("exit 1\n")); // one datagram is missing in the sample
+    EXPECT_THAT(ran.out, HasSubstr("datagrams                         3\n"));
+    EXPECT_THAT(ran.out, HasSubstr("wire lost                         1  sequence numbers that never came"));
+    EXPECT_THAT(ran.out, HasSubstr("sums balance                    yes\n"));
+    EXPECT_EQ(ran.err, "");
+}
+
+TEST_F(LiveVerbs, MonitorEndsOnSigtermToo)
+{
+    const Ran ran =
+        script("vk410 monitor udp://127.0.0.1:$PORT > out 2> err & until_says listening err; kill -TERM $!; "
+               "wait $!; echo exit $?; grep -c balance out");
+    EXPECT_EQ(ran.out, "exit 0\n1\n");
+}
+
+TEST_F(LiveVerbs, MonitorOfARecordingMadeLiveGivesTheSameMaps)
+{
+    const Ran live =
+        script("vk410 monitor udp://127.0.0.1:$PORT --record a.pcap --for 2 > out 2> err & "
+               "until_says listening err; "
+               "vk410 replay $SAMPLES/receiver.pcap --udp 127.0.0.1:$PORT --rate 0 >/dev/null 2>&1; wait $!; "
+               "cat out");
+    const Ran again = script("vk410 monitor a.pcap --rate 0");
+    EXPECT_EQ(hashIn(live.out).size(), 16U);
+    EXPECT_EQ(hashIn(again.out), hashIn(live.out));
+}
+
+TEST_F(LiveVerbs, ReplayServesATcpClientFromItsFirstDatagramOn)
+{
+    const Ran ran = script(
+        "vk410 replay $SAMPLES/receiver.pcap --tcp 127.0.0.1:$PORT --rate 0 > sent 2> err & "
+        "until_says waiting err; vk410 record tcp://127.0.0.1:$PORT -o a.pcap --for 2 >/dev/null 2>&1; "
+        "wait $!; echo exit $?; cat sent; vk410 inspect a.pcap | grep -c 'tag'");
+    EXPECT_THAT(ran.out, HasSubstr("exit 0\n"));
+    EXPECT_THAT(ran.out, HasSubstr("3 datagrams sent to tcp 127.0.0.1:" + port + ", 0 dropped\n"));
+}
+
+TEST_F(LiveVerbs, RecordKeepsWhatItReceives)
+{
+    const Ran ran = script(
+        "vk410 record udp://127.0.0.1:$PORT -o a.pcap --for 2 > out 2> err & until_says listening err; "
+        "vk410 replay $SAMPLES/receiver.pcap --udp 127.0.0.1:$PORT --rate 0 >/dev/null 2>&1; wait $!; "
+        "echo exit $?; cat out; vk410 inspect a.pcap --json | grep -c '\"type\":\"datagram\"'");
+    EXPECT_THAT(
+        ran.out,
+        MatchesRegex("exit 0\n3 datagrams, [0-9]+ bytes, 0 skipped, 0 dropped by the kernel, 1 file\n3\n"));
+}
+
+TEST_F(LiveVerbs, ReplayTakesARangeAndLoopsUntilItIsStopped)
+{
+    const Ran ran =
+        script("vk410 replay $SAMPLES/receiver.pcap --udp 127.0.0.1:$PORT --rate 0 --until 0; "
+               "timeout -s INT 3 vk410 replay $SAMPLES/receiver.pcap --udp 127.0.0.1:$PORT --rate 0 --loop "
+               "2>/dev/null | cut -d' ' -f1");
+    EXPECT_THAT(ran.out, HasSubstr("0 datagrams sent"));
+    const std::vector<std::string> lines = linesOf(ran.out);
+    EXPECT_GT(std::stoul(lines.back()), 3U) << ran.out << ran.err;
+}
+
+TEST_F(LiveVerbs, MetricsAreServedOnLoopback)
+{
+    const Ran ran =
+        script("vk410 monitor udp://127.0.0.1:$PORT --metrics 0 > out 2> err & until_says metrics err; "
+               "URL=$(grep -o 'http://[^ ]*' err); python3 -c \"import urllib.request,sys; "
+               "print(urllib.request.urlopen(sys.argv[1]).read().decode())\" $URL; kill -INT $!; wait");
+    EXPECT_THAT(ran.out, HasSubstr("# TYPE vk410_wire_lost_total counter\nvk410_wire_lost_total 0\n"));
+    EXPECT_THAT(ran.out, HasSubstr("vk410_datagrams_total 0\n"));
+}
+
+TEST_F(LiveVerbs, StatsAreAJsonObjectASecond)
+{
+    const Ran ran =
+        script("vk410 monitor $SAMPLES/receiver.pcap --rate 0 --stats 2>/dev/null | head -1 | python3 -c "
+               "'import json,sys; o=json.load(sys.stdin); print(o[\"datagrams\"], o[\"wire_lost\"])'");
+    EXPECT_EQ(ran.out, "3 1\n");
+}
+
+struct UsageCase {
+    const char* name;
+    const char* command;
+    const char* err;
+};
+class LiveVerbsUsage : public LiveVerbs, public testing::WithParamInterface<UsageCase> {};
+
+TEST_P(LiveVerbsUsage, EndsWithTwoAndOneLine)
+{
+    const Ran ran = script(GetParam().command);
+    EXPECT_EQ(ran.exitCode, 2);
+    EXPECT_EQ(ran.out, "");
+    EXPECT_THAT(ran.err, MatchesRegex(GetParam().err));
+}
+INSTANTIATE_TEST_SUITE_P(
+    Errors, LiveVerbsUsage,
+    testing::Values(
+        UsageCase{"MonitorNoPort", "vk410 monitor udp://127.0.0.1",
+                  "vk410 monitor: 'udp://127.0.0.1': expected udp://.group@..address.:port, for example "
+                  "udp://:5555; the port is missing\n"},
+        UsageCase{"MonitorNoFile", "vk410 monitor nothing.pcap", "vk410 monitor: nothing.pcap: .*\n"},
+        UsageCase{"MonitorMirrorOfUdp", "vk410 monitor udp://:5555 --mirror 127.0.0.1:7",
+                  "vk410 monitor: a mirror needs a tcp:// source; .*\n"},
+        UsageCase{
+            "MonitorBadMirror", "vk410 monitor tcp://127.0.0.1:5555 --mirror here:7",
+            "vk410 monitor: 'here:7': expected address:port, for example 127.0.0.1:7000; 'here' is no IP "
+            "address\n"},
+        UsageCase{"RecordNoFolder", "vk410 record udp://127.0.0.1:$PORT -o no/folder/a.pcap",
+                  "vk410 record: no/folder/a.pcap: No such file or directory; choose a folder .*\n"},
+        UsageCase{"ReplayNowhere", "vk410 replay $SAMPLES/receiver.pcap",
+                  "vk410 replay: expected one of --udp ADDRESS:PORT and --tcp ADDRESS:PORT\n"},
+        UsageCase{"ReplayNegativeRate", "vk410 replay $SAMPLES/receiver.pcap --udp :5 --rate -1",
+                  "vk410 replay: .*'vk410 replay --help' shows how\n"}),
+    [](const auto& each) { return each.param.name; });
+
+} // namespace

@@ -1,0 +1,125 @@
+// SPDX-License-Identifier: MIT
+#include "tools/vk410/monitoring.h"
+#include "tools/vk410/stopsignals.h"
+#include "tools/vk410/verbs.h"
+#include <QCoreApplication>
+#include <cstdio>
+#include <fmt/format.h>
+
+namespace verbs {
+
+namespace {
+
+constexpr int secondMilliseconds = 1'000;
+
+std::string frequencyText(double hertz)
+{
+    return fmt::format("{:.6f} MHz", hertz / 1e6);
+}
+
+std::string ageText(const receiver::Status& status)
+{
+    if (status.ageSeconds < 0)
+        return "no data yet";
+    if (status.ageSeconds > 3)
+        return fmt::format("silent for {:.0f} s", status.ageSeconds);
+    return fmt::format("age {:.0f} ms", status.ageSeconds * 1e3);
+}
+
+void say(const std::string& line)
+{
+    fmt::print(stderr, "{}\n", line);
+}
+
+} // namespace
+
+Monitoring::Monitoring(std::unique_ptr<receiver::Source> source, const MonitorOptions& options)
+    : m_options(options)
+    , m_source(std::move(source))
+{
+    QObject::connect(&m_session, &receiver::Session::said,
+                     [](const QString& text) { say(text.toStdString()); });
+    QObject::connect(&m_session, &receiver::Session::finished, [] { QCoreApplication::quit(); });
+    if (!options.mirror.empty())
+        m_source->startMirror(receiver::parseListen(options.mirror));
+    if (!options.recordTo.empty()) {
+        m_recorder = std::make_unique<recording::Recorder>(options.recordTo, recording::Rotation{});
+        m_session.addTap([this](const receiver::Received& received) {
+            m_recorder->take(received.datagram->Bytes(), received.datagram->Size(), received.receivedNs,
+                             received.origin);
+        });
+    }
+    if (options.metricsPort) {
+        m_metrics = std::make_unique<MetricsServer>(*options.metricsPort,
+                                                    [this] { return ledger::metricsText(counters()); });
+        say(fmt::format("metrics http://127.0.0.1:{}/metrics", m_metrics->port()));
+    }
+    QObject::connect(&m_timer, &QTimer::timeout, [this] { tick(); });
+}
+
+int Monitoring::run()
+{
+    const StopSignals stop;
+    m_session.run(std::move(m_source));
+    m_sinceTick.start();
+    m_timer.start(secondMilliseconds);
+    if (m_options.seconds > 0)
+        QTimer::singleShot(static_cast<int>(m_options.seconds * secondMilliseconds),
+                           [] { QCoreApplication::quit(); });
+    QCoreApplication::exec();
+    m_timer.stop();
+    if (m_options.stats)
+        printStats();
+    const ledger::Counters end = counters();
+    fmt::print("{}{:<20} {:>14}\n{:<20} {:>16x}\n", ledger::reportText(m_session.ledger()), "traces",
+               m_session.status().traces, "map contents", m_session.mapHash());
+    if (m_recorder && m_recorder->failure())
+        say(*m_recorder->failure());
+    return end.losses() == 0 ? Done : NotSound;
+}
+
+ledger::Counters Monitoring::counters()
+{
+    if (m_recorder)
+        m_session.ledger().setRecorderSkipped(m_recorder->skipped());
+    return m_session.ledger().counters();
+}
+
+void Monitoring::tick()
+{
+    if (m_options.stats)
+        printStats();
+    say(statusLine());
+}
+
+std::string Monitoring::statusLine()
+{
+    const receiver::Status now = m_session.status();
+    const double seconds = static_cast<double>(m_sinceTick.restart()) / 1e3;
+    const auto rate = [seconds](quint64 new_, quint64 old) {
+        return static_cast<double>(new_ - old) / seconds;
+    };
+    std::string line =
+        fmt::format("{:.1f} traces/s | {:.0f} datagrams/s, {:.2f} MB/s", rate(now.traces, m_last.traces),
+                    rate(now.datagrams, m_last.datagrams), rate(now.bytes, m_last.bytes) / 1e6);
+    if (now.channels != 0)
+        line += fmt::format(" | centre {}, span {}, {} ch", frequencyText(now.centreHz),
+                            frequencyText(now.spanHz), now.channels);
+    line += fmt::format(" | {} | {}", ageText(now), ledger::lossText(counters()));
+    if (now.datagrams == m_last.datagrams)
+        line += " | " + now.state;
+    m_last = now;
+    return line;
+}
+
+void Monitoring::printStats()
+{
+    const ledger::Counters counters = this->counters();
+    std::string line;
+    for (const ledger::Line& each : ledger::lines())
+        line += fmt::format("{}\"{}\":{}", line.empty() ? "{" : ",", each.metric, counters.*each.counter);
+    fmt::print("{}}}\n", line);
+    std::fflush(stdout);
+}
+
+} // namespace verbs
