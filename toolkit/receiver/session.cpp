@@ -1,11 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "toolkit/receiver/session.h"
 #include "devicecontrol/vk410protocol/levelmapfillerimpl.h"
+#include "devicecontrol/vk410protocol/mdpdfpscan.h"
+#include "devicecontrol/vk410protocol/mdpdfpscanscif.h"
 #include "nqbase/nqexception.h"
 
 namespace receiver {
 
 namespace {
+
+constexpr double dfScanMode = 23; // key of DRVCOMMANDS
 
 class IfpanConfig final : public MdpIfpan::IConfig {
 public:
@@ -83,6 +87,33 @@ void Session::registerProcessors(const SessionOptions& options)
     m_zeroSpan->SetMassDataObserver(&m_ledger);
     m_zeroSpan->Init(QString::fromLatin1(devicePath));
     m_dispatcher.RegisterTagProcessor(m_zeroSpan.get(), static_cast<TRACE_TAG>(options.zeroSpanTag), 0);
+    registerDfProcessor(options);
+}
+
+void Session::registerDfProcessor(const SessionOptions& options)
+{
+    const auto take = [this](auto processor) {
+        m_takeScanRanges = [p = processor.get()](const ScanRangeContainer& ranges) {
+            p->SlotNewOrModifiedScanRanges(ranges);
+        };
+        m_df = std::move(processor);
+    };
+    if (options.df == SessionOptions::DfProcessor::Scif)
+        take(std::make_unique<MdpDFPScanSCIF>());
+    else
+        take(std::make_unique<MdpDFPScan>(nullptr));
+    m_df->SetMassDataObserver(&m_ledger);
+    m_df->Init(QString::fromLatin1(devicePath));
+    m_dispatcher.RegisterTagProcessor(m_df.get(), static_cast<TRACE_TAG>(options.dfScanTag), 0);
+    if (options.scanRanges.empty())
+        return;
+    m_values.commands->SelectKey(dfScanMode);
+    setScanRanges(options.scanRanges);
+}
+
+void Session::setScanRanges(const ScanRangeContainer& ranges)
+{
+    m_takeScanRanges(ranges);
 }
 
 void Session::run(std::unique_ptr<Source> source)

@@ -3,6 +3,7 @@
 // A session: everything between a source of datagrams and the maps and values that people look at.
 #include "devicecontrol/vk410protocol/mdpifpan.h"
 #include "devicecontrol/vk410protocol/mdpzerospan.h"
+#include "devicecontrol/vk410protocol/scanrange.h"
 #include "devicecontrol/vk410protocol/vk410processor.h"
 #include "toolkit/ledger/ledger.h"
 #include "toolkit/receiver/receivervalues.h"
@@ -20,6 +21,7 @@ namespace receiver {
 struct SessionOptions {
     unsigned int ifPanoramaTag = 501;
     unsigned int zeroSpanTag = 1801;
+    unsigned int dfScanTag = 5301;
     bool ignoreChannel = true; // all channels of the receiver go to the one set of maps
 
     // The answers of the IF panorama processor's configuration.
@@ -31,6 +33,12 @@ struct SessionOptions {
     bool dfForcedOn = false;
     bool followAfc = false;
     bool hasBearingMap = true;
+
+    // Which processor takes direction-finding scans, and what the receiver scans. Without scan ranges such
+    // scans are not accepted; with them, the receiver's mode is set to a direction-finding scan.
+    enum class DfProcessor { Scan, Scif };
+    DfProcessor df = DfProcessor::Scan;
+    ScanRangeContainer scanRanges{};
 };
 
 /// What is going on, for a status line.
@@ -73,6 +81,9 @@ public:
     [[nodiscard]] MdpIfpan& ifPanorama() { return *m_ifpan; }
     [[nodiscard]] Status status() const;
 
+    /// Tells the processor of direction-finding scans what the receiver scans now.
+    void setScanRanges(const ScanRangeContainer& ranges);
+
     /// The ledger, with what the source knows brought in.
     [[nodiscard]] ledger::Ledger& ledger();
 
@@ -85,11 +96,14 @@ signals:
 
 private:
     void registerProcessors(const SessionOptions& options);
+    void registerDfProcessor(const SessionOptions& options);
 
     ledger::Ledger m_ledger;
     ReceiverValues m_values;
     std::unique_ptr<MdpIfpan> m_ifpan;
     std::unique_ptr<MdpZeroSpan> m_zeroSpan;
+    std::unique_ptr<IMassDataProcessor> m_df;
+    std::function<void(const ScanRangeContainer&)> m_takeScanRanges; // of m_df
     VK410Processor m_dispatcher;
     std::vector<Tap> m_taps;
     std::unique_ptr<Source> m_source; // goes first: it feeds the others

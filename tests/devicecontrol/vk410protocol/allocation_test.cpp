@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
+#include "devicecontrol/vk410protocol/mdpdfpscanscif.h"
 #include "devicecontrol/vk410protocol/mdpzerospan.h"
 #include "nqbase/errorhandler.h"
 #include "support/allocation_count.h"
 #include "support/delivered.h"
+#include "support/dfscan_receiver.h"
 #include "support/ifpan_receiver.h"
 #include "support/zerospan_receiver.h"
 #include <gtest/gtest.h>
@@ -180,6 +182,73 @@ TEST(Allocations, AreAtMostOneIdVectorForAZeroSpanTrace)
     for (int warmUp = 0; warmUp < 3; ++warmUp)
         allocationsOf(dispatcher, trace.bytes());
     EXPECT_LE(allocationsOf(dispatcher, trace.bytes()), 1U);
+}
+
+// A direction-finding scan of many channels, with suppress and blanking ranges that it meets.
+class DfScan {
+public:
+    DfScan()
+    {
+        namespace flag = support::dfflag;
+        trace.azimuth.assign(1601, 900);
+        trace.level.assign(1601, 4);
+        trace.span = 1600 * 25'000;
+        trace.flags = flag::valid | flag::blanking | flag::method(3);
+        ranges = {support::scanRange(100'000'000, 100'000'000 + 1600 * 25'000, 25'000, 7)};
+    }
+
+    std::size_t allocationsWithin(IMassDataProcessor& processor) const
+    {
+        VK410Processor dispatcher{false};
+        dispatcher.RegisterTagProcessor(&processor, TAG_5301, 0);
+        for (int warmUp = 0; warmUp < 3; ++warmUp)
+            allocationsOf(dispatcher, trace.bytes());
+        return allocationsOf(dispatcher, trace.bytes());
+    }
+
+    support::FreshValueTree tree;
+    std::shared_ptr<values::DFSpectrumMap> map =
+        tree->Create<values::DFSpectrumMap>("/RX/KRT", "RXBEARINGMAPPING");
+    support::DfTrace trace;
+    ScanRangeContainer ranges;
+};
+
+TEST(Allocations, AreNoneForADirectionFindingScanWithinASweep)
+{
+    if (!support::allocationCountWorks())
+        GTEST_SKIP() << "this build has an allocator of its own";
+    DfScan scan;
+    scan.tree->Create<values::ValueSelection>("/RX", "DRVCOMMANDS",
+                                              std::vector<values::ValueSelection::Entry>{{23, "DF"}});
+    const auto status = scan.tree->Create<values::ValueFrequencyItemMap<values::BlankingRangeItem>>(
+        "/INTERFACES/Blanking/Ranges", "List");
+    const auto store = scan.tree->Create<values::ValueCommentedRangeMap>("/INTERFACES/Blanking",
+                                                                         "BlankingRangesFrequencyStore");
+    MdpDFPScan processor{nullptr};
+    processor.Init("/RX");
+    processor.SlotNewOrModifiedScanRanges(scan.ranges);
+    store->AddRange(101e6, 102e6);
+    FreqStore::Instance()->GetLocalSuppressRange()->AddRange(110e6, 111e6);
+    EXPECT_EQ(scan.allocationsWithin(processor), 0U);
+    EXPECT_EQ(scan.map->FindChannelValue(1600)->getAzimuth(), 9000);
+    EXPECT_EQ(scan.map->FindChannelValue(50)->getValidity(), values::DFSpectrumSample::Validity::Blanked);
+    EXPECT_TRUE(status->FindItem(1)->IsBlanked());
+    scan.trace.superResolutionCount = 2;
+    scan.trace.waves = {std::vector<short>(3202, 5)};
+    EXPECT_EQ(scan.allocationsWithin(processor), 0U);
+    EXPECT_EQ(scan.map->FindChannelValue(1600)->getSuperResolutionSample()->getLevel(1), 50);
+}
+
+TEST(Allocations, AreOneForADirectionFindingScanOfTheScifVariant)
+{
+    if (!support::allocationCountWorks())
+        GTEST_SKIP() << "this build has an allocator of its own";
+    const DfScan scan;
+    MdpDFPScanSCIF processor;
+    processor.Init("/RX");
+    processor.SlotNewOrModifiedScanRanges(scan.ranges);
+    EXPECT_EQ(scan.allocationsWithin(processor), 1U);
+    EXPECT_EQ(scan.map->FindChannelValue(1600)->getAzimuth(), 9000);
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Sessions over real sockets and files: what is sent arrives in the maps, and the ledger accounts for the
 // rest.
+#include "support/dfscan_receiver.h"
 #include "support/ifpan_receiver.h"
 #include "support/tcp_receiver.h"
 #include "support/zerospan_receiver.h"
@@ -306,6 +307,65 @@ TEST(RecordingPace, IsThatOfTheRecordingTimesTheRate)
     ASSERT_TRUE(waitUntil([&] { return finished; }));
     EXPECT_GE(timer.elapsed(), 195);
     EXPECT_LT(timer.elapsed(), 2'000);
+}
+
+// Two emitters, one in each of two blocks of a sweep.
+std::vector<wire::Bytes> dfSweep()
+{
+    support::DfTrace first;
+    first.azimuth = {0, 450, 0, 0};
+    first.quality = {0, 900, 0, 0};
+    first.level = {-100, 500, -100, -100};
+    first.elevation = {0, 30, 0, 0};
+    support::DfTrace second = first;
+    second.firstChannel = 4;
+    second.azimuth = {0, 0, 0, 2715};
+    second.quality = {0, 0, 0, 750};
+    second.level = {-100, -100, -100, 321};
+    second.flags = support::dfflag::valid | support::dfflag::endOfSweep;
+    return {sequenced(first.bytes(), 0), sequenced(second.bytes(), 1)};
+}
+
+TEST(SessionDirectionFinding, BringsEmittersToTheirFrequencyAndAzimuthInTheMapWithBothProcessors)
+{
+    for (const auto df :
+         {receiver::SessionOptions::DfProcessor::Scan, receiver::SessionOptions::DfProcessor::Scif}) {
+        receiver::SessionOptions options;
+        options.df = df;
+        options.scanRanges = {support::scanRange(100'000'000, 100'175'000, 25'000, 7)};
+        Session session{options};
+        for (const wire::Bytes& datagram : dfSweep())
+            session.take({std::make_unique<UdpDatagram>(support::received(datagram)), 0, {}});
+        const auto& map = *session.values().dfSpectrum;
+        std::vector<std::string> emitters;
+        for (unsigned id = 0; id < 8; ++id) {
+            const values::DFSpectrumSample& sample = *map.FindChannelValue(id);
+            if (sample.getQuality() > 0)
+                emitters.push_back(std::to_string(static_cast<int>(
+                                       map.GetChannelRangeDefinition().ChannelIdToFrequency(id))) +
+                                   " " + std::to_string(sample.getAzimuth()) + " " +
+                                   std::to_string(sample.getLevel()) + " " +
+                                   std::to_string(sample.getElevation()));
+        }
+        EXPECT_THAT(emitters, testing::ElementsAre("100025000 4500 5000 300", "100175000 27150 3210 0"));
+        EXPECT_EQ(map.GetScanCount(), 1U);
+        EXPECT_EQ(session.ledger().counters().datagrams, 2U);
+    }
+}
+
+TEST(SessionDirectionFinding, AcceptsNothingWithoutScanRangesAndFollowsNewOnes)
+{
+    Session session;
+    const auto take = [&session] {
+        for (const wire::Bytes& datagram : dfSweep())
+            session.take({std::make_unique<UdpDatagram>(support::received(datagram)), 0, {}});
+    };
+    take();
+    EXPECT_EQ(session.values().dfSpectrum->GetScanCount(), 0U);
+    session.values().commands->SelectKey(24);
+    session.setScanRanges({support::scanRange(100'000'000, 100'175'000, 25'000, 7)});
+    take();
+    EXPECT_EQ(session.values().dfSpectrum->GetScanCount(), 1U);
 }
 
 } // namespace
