@@ -24,6 +24,7 @@ int parseAndRun(int argc, char** argv)
     program.footer("'vk410 VERB --help' tells more, with examples.\n"
                    "Exit codes: 0 done, 1 data lost or not sound, 2 failed or wrong usage.");
     verbs::Run run;
+    verbs::addDemo(program, run);
     verbs::addMonitor(program, run);
     verbs::addInspect(program, run);
     verbs::addRecord(program, run);

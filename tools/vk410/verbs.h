@@ -17,6 +17,7 @@ enum ExitCode : int {
 using Run = std::function<int()>;
 
 /// Each adds its verb to `program`; choosing it sets `run`.
+void addDemo(CLI::App& program, Run& run);
 void addInspect(CLI::App& program, Run& run);
 void addMonitor(CLI::App& program, Run& run);
 void addRecord(CLI::App& program, Run& run);

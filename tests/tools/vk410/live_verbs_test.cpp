@@ -128,6 +128,23 @@ TEST_F(LiveVerbs, StatsAreAJsonObjectASecond)
     EXPECT_EQ(ran.out, "3 1\n");
 }
 
+TEST_F(LiveVerbs, DemoShowsASimulatedReceiverWithoutLosses)
+{
+    const Ran ran = script("vk410 demo --headless --for 3");
+    EXPECT_EQ(ran.exitCode, 0) << ran.out;
+    EXPECT_THAT(ran.err, HasSubstr("simulator (band) -> udp 127.0.0.1:"));
+    EXPECT_THAT(ran.err, HasSubstr(" traces/s | "));
+    EXPECT_THAT(ran.err, HasSubstr("| no losses"));
+    EXPECT_THAT(ran.out, HasSubstr("sums balance                    yes\n"));
+}
+
+TEST_F(LiveVerbs, DemoShowsInjectedLossesAsSuch)
+{
+    const Ran ran = script("vk410 demo --headless --for 3 --drop 0.2");
+    EXPECT_EQ(ran.exitCode, 1) << ran.out;
+    EXPECT_THAT(ran.err, HasSubstr("wire lost"));
+}
+
 struct UsageCase {
     const char* name;
     const char* command;

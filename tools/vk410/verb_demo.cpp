@@ -1,0 +1,85 @@
+// SPDX-License-Identifier: MIT
+// vk410 demo: a simulated receiver and a monitor, over real sockets, in one command.
+#include "toolkit/sending/sender.h"
+#include "toolkit/simulation/player.h"
+#include "tools/vk410/monitoring.h"
+#include "tools/vk410/sources.h"
+#include "tools/vk410/verbs.h"
+#include <QCoreApplication>
+#include <QUdpSocket>
+#include <fmt/format.h>
+
+namespace verbs {
+namespace {
+
+struct Arguments {
+    std::string scene = "band";
+    bool headless = true; // accepted, so that command lines hold when there is a page
+    double drop = 0;
+    MonitorOptions options;
+};
+
+// A port of loopback that nobody has; the session takes it right away.
+std::uint16_t freePort()
+{
+    QUdpSocket probe;
+    probe.bind(QHostAddress::LocalHost);
+    return probe.localPort();
+}
+
+simulation::Scene sceneOf(const std::string& name)
+{
+    simulation::Scene scene = simulation::sceneNamed(name);
+    scene.startNs = receiver::nowNs();
+    return scene;
+}
+
+int demo(const Arguments& arguments)
+{
+    int argc = 0;
+    const QCoreApplication application{argc, nullptr};
+    const std::uint16_t port = freePort();
+    Monitoring monitoring{openSource(fmt::format("udp://127.0.0.1:{}", port), {}), arguments.options};
+    sending::UdpSender sender{QHostAddress(QHostAddress::LocalHost), port};
+    simulation::Simulator simulator{sceneOf(arguments.scene), 1};
+    simulation::Faults faults;
+    faults.drop = arguments.drop;
+    simulator.setFaults(faults);
+    simulation::Player player{
+        simulator, 1.0, [&sender](const simulation::Emission& emission) { sender.send(emission.bytes); }};
+    fmt::print(stderr, "simulator ({}) -> udp 127.0.0.1:{} -> monitor (Ctrl-C stops both)\n", arguments.scene,
+               port);
+    // Once the session listens.
+    QTimer::singleShot(100, &player, &simulation::Player::start);
+    return monitoring.run();
+}
+
+} // namespace
+
+void addDemo(CLI::App& program, Run& run)
+{
+    CLI::App* const verb =
+        program.add_subcommand("demo", "simulated receiver and monitor in one command, until Ctrl-C");
+    const auto arguments = std::make_shared<Arguments>();
+    verb->add_option("SCENE", arguments->scene, "band, zerospan, df, or a scene file; band if none is given");
+    verb->add_flag("--headless", arguments->headless, "no page; the only way so far");
+    verb->add_option("--for", arguments->options.seconds, "stop after SECONDS")->type_name("SECONDS");
+    verb->add_option("--drop", arguments->drop, "lose datagrams with probability P on the way")
+        ->check(CLI::Range(0.0, 1.0))
+        ->type_name("P");
+    verb->add_option("--record", arguments->options.recordTo, "keep what is received in FILE")
+        ->type_name("FILE");
+    verb->add_option("--metrics", arguments->options.metricsPort,
+                     "Prometheus text on http://127.0.0.1:PORT/metrics")
+        ->type_name("PORT");
+    verb->footer("The ledger goes to stdout when it ends. Exit code 1: something was lost.\n"
+                 "Examples:\n"
+                 "  vk410 demo --headless --for 3\n"
+                 "  vk410 demo --headless --for 3 --drop 0.01\n"
+                 "  vk410 demo zerospan --headless --for 3 --record a.pcap");
+    verb->callback([arguments, &run] {
+        run = [arguments] { return reportErrors("demo", [&] { return demo(*arguments); }); };
+    });
+}
+
+} // namespace verbs
