@@ -14,6 +14,13 @@ constexpr double mostSpectrumSize = 1 << 20;
 constexpr double smallestSpectrumSize = 16;
 constexpr double mostSamplesPerTrace = 1 << 26;
 
+// Of silence, which has no logarithm, the lowest level.
+std::int16_t levelOf(double power)
+{
+    constexpr double silence = 1e-30;
+    return tenths(10 * std::log10(std::max(power, silence)));
+}
+
 // So many samples that bins lie at most one step apart, and exactly so where that can be.
 std::size_t spectrumSize(const Scene& scene, const IqFile& file)
 {
@@ -117,8 +124,7 @@ Made IqPanorama::make(const Interval& interval)
     m_position.advance();
 
     std::vector<std::int16_t> levels(powers.size());
-    std::ranges::transform(powers, levels.begin(),
-                           [](double power) { return tenths(10 * std::log10(power)); });
+    std::ranges::transform(powers, levels.begin(), [](double power) { return levelOf(power); });
     const auto strongest = std::ranges::max_element(powers) - powers.begin();
     Made made;
     made.seen.push_back(
@@ -156,7 +162,7 @@ Made IqZeroSpan::make(const Interval& interval)
         double power = 0;
         for (std::size_t k = from; k < to; ++k)
             power += std::norm(samples[k]) / static_cast<double>(to - from);
-        levels.push_back(tenths(10 * std::log10(power)));
+        levels.push_back(levelOf(power));
         amplitudes.push_back(fullScalePart(std::sqrt(power)));
     }
     Made made;

@@ -34,8 +34,9 @@ std::span<const double> Spectrum::powers(std::span<const std::complex<float>> sa
     }
     fftwf_execute(m_plan.get());
     for (std::size_t i = 0; i < m_size; ++i) {
-        const fftwf_complex& bin = m_data.get()[i];
-        m_powers[i] = double{bin[0]} * double{bin[0]} + double{bin[1]} * double{bin[1]};
+        const double real = m_data.get()[i][0];
+        const double imaginary = m_data.get()[i][1];
+        m_powers[i] = real * real + imaginary * imaginary;
     }
     return m_powers;
 }
