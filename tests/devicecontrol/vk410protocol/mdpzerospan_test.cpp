@@ -9,9 +9,11 @@
 #include "support/value_tree.h"
 #include "support/zerospan_receiver.h"
 #include "values/value.h"
+#include <QDataStream>
 #include <functional>
 #include <gmock/gmock.h>
 #include <limits>
+#include <random>
 
 using support::EffectLog;
 using support::RecordingFiller;
@@ -310,6 +312,44 @@ TEST_F(MdpZeroSpanHeader, DividesTheStampUnsigned)
     trace.stamp = -1;
     receive(trace);
     EXPECT_THAT(log.take(), Contains("levels SetTimeStamp 18446744073709551"));
+}
+
+TEST_F(MdpZeroSpanHeader, ReadsOnEveryInputWhatAStreamReads)
+{
+    std::mt19937 random{1801};
+    processor();
+    VK410Processor dispatcher{false};
+    dispatcher.RegisterTagProcessor(&processor(), TAG_1801, 0);
+    for (int round = 0; round < 2'000; ++round) {
+        wire::Bytes header(1 + random() % 110);
+        for (unsigned char& byte : header)
+            byte = static_cast<unsigned char>(random() % 3 == 0 ? 0 : random());
+        const bool littleEndian = random() % 2 != 0;
+        const wire::Bytes bytes = wire::DatagramWriter{}
+                                      .attribute(1801)
+                                      .selectors(1U | (littleEndian ? 0x20000000U : 0U))
+                                      .count(2)
+                                      .optHeader(header)
+                                      .items<short>({1, 2})
+                                      .build();
+        levelFiller->grid = {};
+        dispatcher.ProcessDatagram(new UdpDatagram{support::received(bytes)});
+
+        QDataStream stream(QByteArray(reinterpret_cast<const char*>(header.data()),
+                                      static_cast<int>(std::min<std::size_t>(header.size(), 96))));
+        stream.setByteOrder(littleEndian ? QDataStream::LittleEndian : QDataStream::BigEndian);
+        qint32 word = 0;
+        qint64 xSpan = 0;
+        qint64 xStart = 0;
+        qint64 other = 0;
+        qint64 stamp = 0;
+        stream >> word >> word >> word >> word >> word >> word >> xSpan >> xStart >> other >> stamp;
+        const auto xStop = static_cast<qint64>(static_cast<quint64>(xStart) + static_cast<quint64>(xSpan));
+        ASSERT_EQ(axis("XStart")->GetValue(), xStart);
+        ASSERT_EQ(axis("XStop")->GetValue(), xStop);
+        const quint64 mapStamp = stamp != 0 ? static_cast<quint64>(stamp) / 1000 : 4711;
+        ASSERT_THAT(log.take(), Contains("levels SetTimeStamp " + std::to_string(mapStamp)));
+    }
 }
 
 TEST_F(MdpZeroSpanScaling, BringsFullScaleToAThousand)
