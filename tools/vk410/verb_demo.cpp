@@ -8,6 +8,7 @@
 #include <QCoreApplication>
 #include <QUdpSocket>
 #include <fmt/format.h>
+#include <stdexcept>
 
 namespace verbs {
 namespace {
@@ -23,7 +24,8 @@ struct Arguments {
 std::uint16_t freePort()
 {
     QUdpSocket probe;
-    probe.bind(QHostAddress::LocalHost);
+    if (!probe.bind(QHostAddress(QHostAddress::LocalHost), 0))
+        throw std::runtime_error{"no free UDP port on 127.0.0.1: " + probe.errorString().toStdString()};
     return probe.localPort();
 }
 
