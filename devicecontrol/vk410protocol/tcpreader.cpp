@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <exception>
 #include <iterator>
+#include <utility>
 
 namespace {
 
@@ -78,9 +79,9 @@ TcpReader::~TcpReader()
 bool TcpReader::StartMassDataMirror(const QString& address, unsigned short port)
 {
     // Each call makes a server of its own; those before go on.
-    m_server = new QTcpServer(this);
-    connect(m_server, SIGNAL(newConnection()), this, SLOT(SlotNewConnection()));
-    return m_server->listen(QHostAddress(address), port);
+    auto* const server = new QTcpServer(this);
+    connect(server, SIGNAL(newConnection()), this, SLOT(SlotNewConnection()));
+    return server->listen(QHostAddress(address), port);
 }
 
 void TcpReader::SetMaxDatagramSize(quint32 bytes)
@@ -163,7 +164,7 @@ std::vector<qint64> TcpReader::cutAvailable()
         if (static_cast<quint32>(m_buffer->size()) < m_total)
             break;
         size += m_buffer->size();
-        block.push_back(std::move(m_buffer));
+        block.push_back(std::exchange(m_buffer, nullptr));
         m_total = 0;
     }
     std::vector<qint64> cut;

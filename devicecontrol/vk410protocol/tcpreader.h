@@ -10,7 +10,6 @@
 #include <optional>
 #include <vector>
 
-class QTcpServer;
 class QTcpSocket;
 class MirrorClients;
 
@@ -81,9 +80,8 @@ private:
     std::deque<Bytes> m_complete; // cut and mirrored, not yet emitted
     quint32 m_maxDatagramSize;
     std::optional<quint32> m_brokenAt; // the length that cannot be true; the stream ends there
-    bool m_isReading = false;       // a notification from inside a callback leaves the work to the outer one
-    bool m_isContinued = false;     // the next turn of the event loop goes on, notifications need not
-    QTcpServer* m_server = nullptr; // null until the mirror is started
+    bool m_isReading = false;   // a notification from inside a callback leaves the work to the outer one
+    bool m_isContinued = false; // the next turn of the event loop goes on, notifications need not
     std::unique_ptr<MirrorClients> m_mirror;
     IMassDataObserver* m_observer = nullptr;
 };

@@ -428,8 +428,8 @@ void UdpDatagram::SetupOptHeader()
 
 bool UdpDatagram::ValidateDataForVK410() const
 {
-    return m_current && inside(m_currentOffset, end(wire::attribute::length)) &&
-           qint64{m_remaining} + 2 >= qint64{m_current->Length()} + 4;
+    const bool hasLength = m_current && inside(m_currentOffset, end(wire::attribute::length));
+    return hasLength && qint64{m_remaining} + 2 >= qint64{m_current->Length()} + 4;
 }
 
 bool UdpDatagram::AttributeHasExtendedFormat(unsigned short tag) const

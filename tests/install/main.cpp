@@ -11,7 +11,8 @@ namespace {
 
 class LevelPrinter : public IMassDataProcessor {
 public:
-    void SetAttribute(DataPointers* data, UdpDatagramAttribute* attribute, bool /*optHeaderAvailable*/) override
+    void SetAttribute(DataPointers* data, UdpDatagramAttribute* attribute,
+                      bool /*optHeaderAvailable*/) override
     {
         for (int i = 0; i < attribute->Count(); ++i) {
             short level = 0;

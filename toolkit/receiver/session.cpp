@@ -32,6 +32,13 @@ private:
 // FNV-1a over bytes.
 class Hash {
 public:
+    template <typename T>
+    void addNumber(T number)
+    {
+        std::array<unsigned char, sizeof number> bytes{};
+        std::memcpy(bytes.data(), &number, sizeof number);
+        add(bytes.data(), bytes.size());
+    }
     void add(const void* bytes, std::size_t size)
     {
         const auto* const begin = static_cast<const unsigned char*>(bytes);
@@ -41,10 +48,10 @@ public:
     void add(const values::ChannelRangeDefinition& grid)
     {
         for (const values::ChannelRange& range : grid.GetRanges()) {
-            add(&range.firstChannel, sizeof range.firstChannel);
-            add(&range.count, sizeof range.count);
-            add(&range.start, sizeof range.start);
-            add(&range.step, sizeof range.step);
+            addNumber(range.firstChannel);
+            addNumber(range.count);
+            addNumber(range.start);
+            addNumber(range.step);
         }
     }
     [[nodiscard]] quint64 value() const { return m_value; }
@@ -187,7 +194,7 @@ quint64 Session::mapHash() const
     for (const values::DFSpectrumSample& sample : m_values.dfSpectrum->GetValues()) {
         for (const int field : {int{sample.getQuality()}, int{sample.getAzimuth()}, int{sample.getLevel()},
                                 int{sample.getElevation()}, static_cast<int>(sample.getValidity())})
-            hash.add(&field, sizeof field);
+            hash.addNumber(field);
     }
     return hash.value();
 }

@@ -64,9 +64,9 @@ signals:
 
 /// How a recording is played.
 struct Playback {
-    double rate = 1.0;                  // times the speed of the recording; 0: as fast as possible
-    bool loop = false;                  // begins again at its end, for ever
-    double fromSeconds = 0.0;           // since the recording's first datagram: what comes before is skipped
+    double rate = 1.0;        // times the speed of the recording; 0: as fast as possible
+    bool loop = false;        // begins again at its end, for ever
+    double fromSeconds = 0.0; // since the recording's first datagram: what comes before is skipped
     std::optional<double> untilSeconds = std::nullopt; // what comes from then on is left out
 };
 
