@@ -4,6 +4,8 @@
 #include "devicecontrol/vk410protocol/mdpdfpscan.h"
 #include "devicecontrol/vk410protocol/mdpdfpscanscif.h"
 #include "nqbase/nqexception.h"
+#include <array>
+#include <cstring>
 
 namespace receiver {
 
