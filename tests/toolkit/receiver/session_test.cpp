@@ -26,7 +26,7 @@ namespace {
 unsigned short freePort()
 {
     QUdpSocket probe;
-    probe.bind(QHostAddress::LocalHost);
+    probe.bind(QHostAddress(QHostAddress::LocalHost), 0);
     return probe.localPort();
 }
 
