@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "devicecontrol/vk410protocol/tcpreader.h"
+#include "devicecontrol/vk410protocol/datagramcutter.h"
 #include "devicecontrol/vk410protocol/mirrorclients.h"
 #include "devicecontrol/vk410protocol/peerwatch.h"
 #include "nqbase/errorhandler.h"
-#include "wire/framing.h"
 #include <QElapsedTimer>
 #include <QHostAddress>
 #include <QMetaMethod>
@@ -26,9 +26,6 @@ constexpr quint32 largestMaxDatagramSize = 1U << 30U;
 constexpr qint64 bytesPerNotification = qint64{4} << 20;
 constexpr qint64 millisecondsPerNotification = 10;
 
-// Two spare bytes behind each datagram, so that the reader of its attributes need not copy it.
-constexpr int spareBytes = 2;
-
 void traceError(const QString& message, int line)
 {
     if ((ErrorHandler::Instance()->GetTraceMask() & tracemask::error) != 0)
@@ -44,7 +41,7 @@ bool hasSlot(const QObject* object, const char* signature)
 
 TcpReader::TcpReader(const QString& address, unsigned short port, QObject* parent)
     : m_socket(new QTcpSocket(this))
-    , m_maxDatagramSize(wire::datagram::defaultMaxSize)
+    , m_cutter(std::make_unique<DatagramCutter>(*m_socket))
     , m_mirror(std::make_unique<MirrorClients>())
 {
     qRegisterMetaType<UdpDatagram*>("UdpDatagram*");
@@ -86,7 +83,7 @@ bool TcpReader::StartMassDataMirror(const QString& address, unsigned short port)
 
 void TcpReader::SetMaxDatagramSize(quint32 bytes)
 {
-    m_maxDatagramSize = std::min(bytes, largestMaxDatagramSize);
+    m_cutter->setMaxSize(std::min(bytes, largestMaxDatagramSize));
 }
 
 QString TcpReader::GetLocalAddress() const
@@ -111,8 +108,7 @@ qint64 TcpReader::MirrorBytesWaiting() const
 
 bool TcpReader::HasPendingDatagrams() const
 {
-    const qint64 needed = m_buffer ? qint64{m_total} - m_buffer->size() : qint64{wire::datagram::headerSize};
-    return !m_complete.empty() || (!m_brokenAt && m_socket->bytesAvailable() >= needed);
+    return !m_complete.empty() || m_cutter->mayHaveWhole();
 }
 
 void TcpReader::SlotReadyRead()
@@ -134,11 +130,9 @@ void TcpReader::SlotReadyRead()
         emitComplete();
     if (!self)
         return;
-    if (m_brokenAt && m_complete.empty())
+    if (m_cutter->brokenAt() && m_complete.empty())
         return breakStream();
-    const bool moreToCut =
-        m_socket->bytesAvailable() >= (m_buffer ? qint64{1} : qint64{wire::datagram::headerSize});
-    if (!m_complete.empty() || moreToCut)
+    if (!m_complete.empty() || m_cutter->canContinue())
         continueLater();
 }
 
@@ -159,13 +153,12 @@ std::vector<qint64> TcpReader::cutAvailable()
 {
     std::vector<Bytes> block;
     qint64 size = 0;
-    while (size < bytesPerNotification && (m_buffer || beginDatagram())) {
-        takeBytes();
-        if (static_cast<quint32>(m_buffer->size()) < m_total)
+    while (size < bytesPerNotification) {
+        Bytes bytes = m_cutter->next();
+        if (!bytes)
             break;
-        size += m_buffer->size();
-        block.push_back(std::exchange(m_buffer, nullptr));
-        m_total = 0;
+        size += bytes->size();
+        block.push_back(std::move(bytes));
     }
     std::vector<qint64> cut;
     if (!block.empty())
@@ -186,56 +179,17 @@ void TcpReader::tellCut(const std::vector<qint64>& waiting)
     }
 }
 
-// False when the header is not there yet, or cannot be true.
-bool TcpReader::beginDatagram()
-{
-    constexpr int headerSize = wire::datagram::headerSize;
-    if (m_brokenAt || m_socket->bytesAvailable() < headerSize)
-        return false;
-    char header[headerSize];
-    if (m_socket->read(header, headerSize) != headerSize)
-        return false;
-    try {
-        m_total = *wire::datagramSize(wire::View{header, sizeof header}, m_maxDatagramSize);
-    } catch (const wire::BadDatagramSize& bad) {
-        traceError(QStringLiteral("Mass-data stream given up: ") + QString::fromLatin1(bad.what()), __LINE__);
-        m_brokenAt = wire::View{header, sizeof header}.get(wire::datagram::totalLength);
-        return false;
-    }
-    m_buffer = std::make_unique<QByteArray>();
-    // Room for what has arrived, never for what is promised.
-    const qint64 arrived = std::min<qint64>(m_total, headerSize + m_socket->bytesAvailable());
-    m_buffer->reserve(static_cast<int>(arrived) + spareBytes);
-    m_buffer->append(header, headerSize);
-    return true;
-}
-
-void TcpReader::takeBytes()
-{
-    const qint64 missing = qint64{m_total} - m_buffer->size();
-    const auto take = static_cast<int>(std::min(missing, m_socket->bytesAvailable()));
-    if (take <= 0)
-        return;
-    const int begin = m_buffer->size();
-    if (m_buffer->capacity() < begin + take + spareBytes) {
-        // Doubled, so that a datagram which arrives in small pieces is moved a few times only.
-        const qint64 room =
-            std::min<qint64>(std::max<qint64>(qint64{begin} * 2, qint64{begin} + take), m_total);
-        m_buffer->reserve(static_cast<int>(room) + spareBytes);
-    }
-    m_buffer->resize(begin + take);
-    const qint64 taken = m_socket->read(m_buffer->data() + begin, take);
-    m_buffer->resize(begin + static_cast<int>(std::max<qint64>(taken, 0)));
-}
-
 // After what came before it was delivered: the end of the connection may make its host let go of the reader.
 void TcpReader::breakStream()
 {
     const QPointer<TcpReader> self = this;
-    m_total = 0;
+    traceError(QStringLiteral("Mass-data stream given up: ") + m_cutter->reason(), __LINE__);
+    if (!self)
+        return;
+    const quint32 length = *m_cutter->brokenAt();
     m_socket->abort();
     if (self && m_observer)
-        m_observer->StreamBroken(*m_brokenAt);
+        m_observer->StreamBroken(length);
 }
 
 // As many as the time of one notification allows.

@@ -7,10 +7,10 @@
 #include <QString>
 #include <deque>
 #include <memory>
-#include <optional>
 #include <vector>
 
 class QTcpSocket;
+class DatagramCutter;
 class MirrorClients;
 
 /// Reads a receiver's mass-data stream and emits its datagrams; optionally a server that forwards them byte
@@ -65,8 +65,6 @@ private slots:
 private:
     using Bytes = std::unique_ptr<QByteArray>;
 
-    [[nodiscard]] bool beginDatagram();
-    void takeBytes();
     [[nodiscard]] std::vector<qint64> cutAvailable();
     void tellCut(const std::vector<qint64>& waiting);
     void breakStream();
@@ -75,13 +73,10 @@ private:
     void emitDatagram(Bytes bytes);
 
     QTcpSocket* m_socket;
-    Bytes m_buffer;               // the datagram being assembled; null between datagrams
-    quint32 m_total = 0;          // its length from its header
+    std::unique_ptr<DatagramCutter> m_cutter;
     std::deque<Bytes> m_complete; // cut and mirrored, not yet emitted
-    quint32 m_maxDatagramSize;
-    std::optional<quint32> m_brokenAt; // the length that cannot be true; the stream ends there
-    bool m_isReading = false;   // a notification from inside a callback leaves the work to the outer one
-    bool m_isContinued = false; // the next turn of the event loop goes on, notifications need not
+    bool m_isReading = false;     // a notification from inside a callback leaves the work to the outer one
+    bool m_isContinued = false;   // the next turn of the event loop goes on, notifications need not
     std::unique_ptr<MirrorClients> m_mirror;
     IMassDataObserver* m_observer = nullptr;
 };
