@@ -129,6 +129,7 @@ void Session::run(std::unique_ptr<Source> source)
 {
     m_source = std::move(source);
     m_source->setObserver(&m_ledger);
+    m_source->setSendersWanted(!m_taps.empty());
     connect(m_source.get(), &Source::said, this, &Session::said);
     connect(m_source.get(), &Source::finished, this, &Session::finished);
     connect(m_source.get(), &Source::restarted, this, [this] {
@@ -136,6 +137,13 @@ void Session::run(std::unique_ptr<Source> source)
         m_dispatcher.invalidateSeqNumber();
     });
     m_source->start([this](Received received) { take(std::move(received)); });
+}
+
+void Session::addTap(Tap tap)
+{
+    m_taps.push_back(std::move(tap));
+    if (m_source)
+        m_source->setSendersWanted(true);
 }
 
 void Session::take(Received received)

@@ -74,7 +74,7 @@ public:
     void take(Received received);
 
     /// Adds a listener in front of the library: a recorder.
-    void addTap(Tap tap) { m_taps.push_back(std::move(tap)); }
+    void addTap(Tap tap);
 
     [[nodiscard]] Source* source() { return m_source.get(); }
     [[nodiscard]] ReceiverValues& values() { return m_values; }
