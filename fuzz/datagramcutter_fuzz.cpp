@@ -3,7 +3,7 @@
 // gives.
 #include "devicecontrol/vk410protocol/datagramcutter.h"
 #include "input_bytes.h"
-#include "support/chunked_device.h"
+#include "support/chunked_stream.h"
 #include <cstdlib>
 #include <optional>
 #include <vector>
@@ -57,19 +57,19 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     const Expected expected = plainCut(stream);
 
-    support::ChunkedDevice device{std::move(pieces)};
-    DatagramCutter cutter{device};
+    support::ChunkedStream arriving{std::move(pieces)};
+    DatagramCutter cutter{[&arriving](char* to, qint64 most) { return qint64{arriving.read(to, most)}; }};
     cutter.setMaxSize(maxSize);
     std::vector<wire::Bytes> cut;
     do {
-        const bool mayContinue = cutter.canContinue();
+        const bool mayHaveWhole = cutter.mayHaveWhole(arriving.unread());
         while (const DatagramCutter::Bytes bytes = cutter.next()) {
-            expect(mayContinue);
+            expect(mayHaveWhole);
             expect(bytes->capacity() >= bytes->size() + 2);
             cut.emplace_back(bytes->begin(), bytes->end());
         }
-        expect(!cutter.canContinue());
-    } while (device.arrive());
+        expect(!cutter.mayHaveWhole(0));
+    } while (arriving.arrive());
     expect(cut == expected.datagrams);
     expect(cutter.brokenAt() == expected.brokenAt);
     return 0;

@@ -9,6 +9,7 @@
 #include <memory>
 #include <vector>
 
+class QElapsedTimer;
 class QTcpSocket;
 class DatagramCutter;
 class MirrorClients;
@@ -65,16 +66,20 @@ private slots:
 private:
     using Bytes = std::unique_ptr<QByteArray>;
 
-    [[nodiscard]] std::vector<qint64> cutAvailable();
+    [[nodiscard]] bool hasMore() const;
+    [[nodiscard]] qint64 passOn(const QElapsedTimer& timer);
+    [[nodiscard]] qint64 cutBlock();
+    [[nodiscard]] qint64 read(char* to, qint64 size);
     void tellCut(const std::vector<qint64>& waiting);
     void breakStream();
-    void emitComplete();
+    void emitComplete(const QElapsedTimer& timer);
     void continueLater();
     void emitDatagram(Bytes bytes);
 
     QTcpSocket* m_socket;
     std::unique_ptr<DatagramCutter> m_cutter;
     std::deque<Bytes> m_complete; // cut and mirrored, not yet emitted
+    bool m_isDry = true;          // nothing has arrived behind the last datagram
     bool m_isReading = false;     // a notification from inside a callback leaves the work to the outer one
     bool m_isContinued = false;   // the next turn of the event loop goes on, notifications need not
     std::unique_ptr<MirrorClients> m_mirror;

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "devicecontrol/vk410protocol/datagramcutter.h"
-#include "support/chunked_device.h"
+#include "support/chunked_stream.h"
 #include "wire/datagramwriter.h"
 #include <gmock/gmock.h>
 #include <sys/resource.h>
 
-using support::ChunkedDevice;
+using support::ChunkedStream;
 using testing::ElementsAre;
-using testing::IsEmpty;
 using wire::Bytes;
 
 namespace {
@@ -17,121 +16,147 @@ Bytes datagram(unsigned number, std::size_t size)
     return wire::DatagramWriter{}.sequence(static_cast<std::uint16_t>(number)).cutTo(size).build();
 }
 
-std::vector<Bytes> cutAll(ChunkedDevice& device, DatagramCutter& cutter)
+DatagramCutter::Read reading(ChunkedStream& stream)
+{
+    return [&stream](char* to, qint64 size) { return qint64{stream.read(to, size)}; };
+}
+
+std::vector<Bytes> cutAll(ChunkedStream& stream, DatagramCutter& cutter)
 {
     std::vector<Bytes> cut;
     do {
         while (const DatagramCutter::Bytes bytes = cutter.next())
             cut.emplace_back(bytes->begin(), bytes->end());
-    } while (device.arrive());
+    } while (stream.arrive());
     return cut;
+}
+
+Bytes joined(const std::vector<Bytes>& parts)
+{
+    Bytes all;
+    for (const Bytes& part : parts)
+        all.insert(all.end(), part.begin(), part.end());
+    return all;
+}
+
+Bytes slice(const Bytes& bytes, std::size_t begin, std::size_t end)
+{
+    return {bytes.begin() + static_cast<std::ptrdiff_t>(begin),
+            bytes.begin() + static_cast<std::ptrdiff_t>(end)};
 }
 
 TEST(DatagramCutter, EveryPairOfCutsOfThreeDatagramsGivesTheSameDatagrams)
 {
     const std::vector<Bytes> sent{datagram(1, 20), datagram(2, 16), datagram(3, 25)};
-    Bytes stream;
-    for (const Bytes& each : sent)
-        stream.insert(stream.end(), each.begin(), each.end());
-    for (std::size_t first = 0; first <= stream.size(); ++first) {
-        for (std::size_t second = first; second <= stream.size(); ++second) {
-            const auto at = [&](std::size_t i) { return stream.begin() + static_cast<long>(i); };
-            ChunkedDevice device{
-                {Bytes(at(0), at(first)), Bytes(at(first), at(second)), Bytes(at(second), stream.end())}};
-            DatagramCutter cutter{device};
-            ASSERT_EQ(cutAll(device, cutter), sent) << first << ", " << second;
-            ASSERT_EQ(device.bytesAvailable(), 0);
+    const Bytes all = joined(sent);
+    for (std::size_t first = 0; first <= all.size(); ++first) {
+        for (std::size_t second = first; second <= all.size(); ++second) {
+            ChunkedStream stream{
+                {slice(all, 0, first), slice(all, first, second), slice(all, second, all.size())}};
+            DatagramCutter cutter{reading(stream)};
+            ASSERT_EQ(cutAll(stream, cutter), sent) << first << ", " << second;
+            ASSERT_EQ(stream.unread(), 0);
         }
     }
 }
 
-TEST(DatagramCutter, LeavesAHeaderInTheDeviceUntilItIsWhole)
+TEST(DatagramCutter, GivesADatagramAsSoonAsItsLastByteIsThere)
 {
-    const Bytes whole = datagram(1, 16);
-    ChunkedDevice device{{Bytes(whole.begin(), whole.begin() + 15), Bytes(whole.begin() + 15, whole.end())}};
-    DatagramCutter cutter{device};
+    const Bytes all = joined({datagram(1, 40), datagram(2, 40)});
+    ChunkedStream stream{{slice(all, 0, 39), slice(all, 39, 40), slice(all, 40, 80)}};
+    DatagramCutter cutter{reading(stream)};
     EXPECT_EQ(cutter.next(), nullptr);
-    EXPECT_FALSE(cutter.canContinue());
-    EXPECT_EQ(device.bytesAvailable(), 15);
-    device.arrive();
-    EXPECT_TRUE(cutter.canContinue());
+    stream.arrive();
+    EXPECT_NE(cutter.next(), nullptr);
+    EXPECT_EQ(cutter.next(), nullptr);
+    stream.arrive();
     EXPECT_NE(cutter.next(), nullptr);
 }
 
 TEST(DatagramCutter, KnowsWhetherADatagramMayBeWhole)
 {
-    const Bytes whole = datagram(1, 40);
-    ChunkedDevice device{{Bytes(whole.begin(), whole.begin() + 20),
-                          Bytes(whole.begin() + 20, whole.begin() + 30),
-                          Bytes(whole.begin() + 30, whole.end())}};
-    DatagramCutter cutter{device};
-    EXPECT_TRUE(cutter.mayHaveWhole()); // a header is there; what it promises is not known yet
+    const Bytes all = datagram(1, 40);
+    ChunkedStream stream{{slice(all, 0, 15), slice(all, 15, 30), slice(all, 30, 40)}};
+    DatagramCutter cutter{reading(stream)};
+    EXPECT_FALSE(cutter.mayHaveWhole(15));
+    EXPECT_TRUE(cutter.mayHaveWhole(16)); // a header; what it promises is not known yet
     EXPECT_EQ(cutter.next(), nullptr);
-    device.arrive();
-    EXPECT_FALSE(cutter.mayHaveWhole());
-    device.arrive();
-    EXPECT_TRUE(cutter.mayHaveWhole());
+    EXPECT_FALSE(cutter.mayHaveWhole(0));
+    EXPECT_TRUE(cutter.mayHaveWhole(1));
+    stream.arrive();
+    EXPECT_EQ(cutter.next(), nullptr);
+    EXPECT_FALSE(cutter.mayHaveWhole(9));
+    EXPECT_TRUE(cutter.mayHaveWhole(10));
+}
+
+TEST(DatagramCutter, KeepsWhatItReadBehindADatagramForTheNext)
+{
+    ChunkedStream stream{{joined({datagram(1, 40), datagram(2, 50), datagram(3, 16)})}};
+    DatagramCutter cutter{reading(stream)};
+    ASSERT_NE(cutter.next(), nullptr);
+    EXPECT_EQ(stream.unread(), 0);
+    EXPECT_TRUE(cutter.mayHaveWhole(0));
+    EXPECT_EQ(cutter.next()->size(), 50);
+    EXPECT_EQ(cutter.next()->size(), 16);
+    EXPECT_EQ(cutter.next(), nullptr);
 }
 
 TEST(DatagramCutter, ReservesTwoBytesBehindEachDatagram)
 {
-    const Bytes whole = datagram(1, 5'000);
-    std::vector<Bytes> pieces;
-    for (std::size_t i = 0; i < whole.size(); i += 100)
-        pieces.emplace_back(whole.begin() + static_cast<long>(i), whole.begin() + static_cast<long>(i) + 100);
-    ChunkedDevice device{pieces};
-    DatagramCutter cutter{device};
-    DatagramCutter::Bytes bytes;
-    while (!(bytes = cutter.next()))
-        ASSERT_TRUE(device.arrive());
-    EXPECT_GE(bytes->capacity(), 5'002);
+    for (const std::size_t size : {16U, 5'000U, 700'000U}) {
+        const Bytes all = datagram(1, size);
+        std::vector<Bytes> pieces;
+        for (std::size_t i = 0; i < size; i += size / 16)
+            pieces.push_back(slice(all, i, std::min(size, i + size / 16)));
+        ChunkedStream stream{pieces};
+        DatagramCutter cutter{reading(stream)};
+        DatagramCutter::Bytes bytes;
+        while (!(bytes = cutter.next()))
+            ASSERT_TRUE(stream.arrive());
+        EXPECT_EQ(Bytes(bytes->begin(), bytes->end()), all);
+        EXPECT_GE(bytes->capacity(), bytes->size() + 2);
+    }
 }
 
-TEST(DatagramCutter, TakesNothingMoreFromABrokenStream)
+TEST(DatagramCutter, ReadsALargeDatagramStraightIntoItsOwnMemory)
 {
-    Bytes stream = wire::DatagramWriter{}.claimTotalLength(15).build();
-    const Bytes sound = datagram(2, 40);
-    stream.insert(stream.end(), sound.begin(), sound.end());
-    ChunkedDevice device{{stream}};
-    DatagramCutter cutter{device};
-    EXPECT_THAT(cutAll(device, cutter), IsEmpty());
+    // Not through the place where small ones wait to be cut: no read of it is as small as that.
+    const Bytes all = datagram(1, 5'000'000);
+    ChunkedStream stream{{all}};
+    std::vector<qint64> asked;
+    DatagramCutter cutter{[&](char* to, qint64 size) {
+        asked.push_back(size);
+        return qint64{stream.read(to, size)};
+    }};
+    const DatagramCutter::Bytes bytes = cutter.next();
+    ASSERT_NE(bytes, nullptr);
+    EXPECT_EQ(Bytes(bytes->begin(), bytes->end()), all);
+    EXPECT_LT(asked.size(), 10U);
+}
+
+TEST(DatagramCutter, ReadsNothingMoreOfABrokenStream)
+{
+    ChunkedStream stream{
+        {datagram(1, 40), wire::DatagramWriter{}.claimTotalLength(15).build(), datagram(2, 40)}};
+    DatagramCutter cutter{reading(stream)};
+    EXPECT_THAT(cutAll(stream, cutter), ElementsAre(datagram(1, 40)));
     EXPECT_EQ(cutter.brokenAt(), 15U);
     EXPECT_EQ(cutter.reason(), "datagram length at byte 12: expected 16 to 67108864, found 15");
-    EXPECT_FALSE(cutter.canContinue());
-    EXPECT_FALSE(cutter.mayHaveWhole());
-    EXPECT_EQ(device.bytesAvailable(), 40);
+    EXPECT_FALSE(cutter.mayHaveWhole(1'000));
+    EXPECT_EQ(stream.unread(), 40);
 }
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-/// A device that always has more.
-class Endless : public QIODevice {
-public:
-    explicit Endless(Bytes header)
-        : m_header(std::move(header))
-    {
-        open(QIODevice::ReadOnly | QIODevice::Unbuffered);
-    }
-    [[nodiscard]] bool isSequential() const override { return true; }
-    [[nodiscard]] qint64 bytesAvailable() const override { return qint64{1} << 30; }
-
-protected:
-    qint64 readData(char* data, qint64 size) override
-    {
-        std::copy_n(m_header.begin(), std::min<std::size_t>(m_header.size(), static_cast<std::size_t>(size)),
-                    data);
-        return size;
-    }
-    qint64 writeData(const char*, qint64) override { return -1; }
-
-private:
-    Bytes m_header;
-};
-
 TEST(DatagramCutter, GivesTheStreamUpWhereThereIsNoMemoryForADatagram)
 {
     constexpr quint32 length = 1U << 30U;
-    Endless device{wire::DatagramWriter{}.claimTotalLength(length).build()};
-    DatagramCutter cutter{device};
+    const Bytes header = wire::DatagramWriter{}.claimTotalLength(length).build();
+    bool isBegun = false;
+    DatagramCutter cutter{[&](char* to, qint64 size) { // always has more
+        if (!std::exchange(isBegun, true))
+            std::copy(header.begin(), header.end(), to);
+        return size;
+    }};
     cutter.setMaxSize(length);
     rlimit old{};
     ASSERT_EQ(::getrlimit(RLIMIT_AS, &old), 0);

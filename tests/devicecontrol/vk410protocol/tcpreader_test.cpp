@@ -4,6 +4,7 @@
 #include "tcpreader_fixture.h"
 #include <QFile>
 #include <QMetaMethod>
+#include <QSignalSpy>
 #include <stdexcept>
 
 namespace {
@@ -21,11 +22,13 @@ TEST_F(TcpReaderStream, TwoDatagramsInOneNotificationComeInOrder)
 TEST_F(TcpReaderStream, ADatagramInPiecesOf10And10And20ComesOnce)
 {
     const Bytes whole = numbered(1, 40);
-    receiver.send(Bytes(whole.begin(), whole.begin() + 10));
-    auto* const socket = reader->findChild<QTcpSocket*>();
-    ASSERT_TRUE(waitUntil([&] { return socket->bytesAvailable() == 10; }));
-    receiver.send(Bytes(whole.begin() + 10, whole.begin() + 20));
-    ASSERT_TRUE(waitUntil([&] { return socket->bytesAvailable() == 0; }));
+    const auto arrives = [this](const Bytes& piece) {
+        receiver.send(piece);
+        QSignalSpy arrived{reader->findChild<QTcpSocket*>(), &QIODevice::readyRead};
+        return arrived.wait(5'000);
+    };
+    ASSERT_TRUE(arrives(Bytes(whole.begin(), whole.begin() + 10)));
+    ASSERT_TRUE(arrives(Bytes(whole.begin() + 10, whole.begin() + 20)));
     EXPECT_THAT(parent.datagrams, IsEmpty());
     receiver.send(Bytes(whole.begin() + 20, whole.end()));
     ASSERT_TRUE(datagramsArrive(1));

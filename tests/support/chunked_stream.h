@@ -2,19 +2,18 @@
 #pragma once
 // A stream whose bytes arrive in pieces, without sockets.
 #include "wire/datagramwriter.h"
-#include <QIODevice>
 #include <algorithm>
+#include <cstdint>
 #include <vector>
 
 namespace support {
 
 /// Has the first piece at once; `arrive` brings the others.
-class ChunkedDevice : public QIODevice {
+class ChunkedStream {
 public:
-    explicit ChunkedDevice(std::vector<wire::Bytes> pieces)
+    explicit ChunkedStream(std::vector<wire::Bytes> pieces)
         : m_pieces(std::move(pieces))
     {
-        open(QIODevice::ReadOnly | QIODevice::Unbuffered);
         arrive();
     }
 
@@ -28,26 +27,21 @@ public:
         return true;
     }
 
-    [[nodiscard]] bool isSequential() const override { return true; }
-    [[nodiscard]] qint64 bytesAvailable() const override
+    /// Takes up to `size` bytes that have arrived.
+    long long read(char* to, long long size)
     {
-        return static_cast<qint64>(m_there.size() - m_taken);
-    }
-
-protected:
-    qint64 readData(char* data, qint64 size) override
-    {
-        const qint64 count = std::min(size, bytesAvailable());
-        std::copy_n(m_there.begin() + static_cast<std::ptrdiff_t>(m_taken), count, data);
+        const long long count = std::min<long long>(size, unread());
+        std::copy_n(m_there.begin() + static_cast<std::ptrdiff_t>(m_taken), count, to);
         m_taken += static_cast<std::size_t>(count);
         return count;
     }
-    qint64 writeData(const char* /*data*/, qint64 /*size*/) override { return -1; }
+
+    [[nodiscard]] long long unread() const { return static_cast<long long>(m_there.size() - m_taken); }
 
 private:
     std::vector<wire::Bytes> m_pieces;
     std::size_t m_next = 0;
-    std::vector<unsigned char> m_there;
+    wire::Bytes m_there;
     std::size_t m_taken = 0;
 };
 
