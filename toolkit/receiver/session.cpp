@@ -141,6 +141,7 @@ void Session::run(std::unique_ptr<Source> source)
 void Session::take(Received received)
 {
     m_sinceLast.start();
+    m_lastReceivedNs = received.receivedNs;
     for (const Tap& tap : m_taps)
         tap(received);
     try {

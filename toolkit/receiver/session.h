@@ -81,6 +81,12 @@ public:
     [[nodiscard]] MdpIfpan& ifPanorama() { return *m_ifpan; }
     [[nodiscard]] Status status() const;
 
+    /// When the last datagram was received: ns since 1970, of a recording its own; 0: none yet.
+    [[nodiscard]] qint64 lastReceivedNs() const { return m_lastReceivedNs; }
+
+    /// Datagrams that sequence numbers say are missing.
+    [[nodiscard]] quint64 lostOnTheWire() const { return m_ledger.counters().wireLost; }
+
     /// Tells the processor of direction-finding scans what the receiver scans now.
     void setScanRanges(const ScanRangeContainer& ranges);
 
@@ -108,6 +114,7 @@ private:
     std::vector<Tap> m_taps;
     std::unique_ptr<Source> m_source; // goes first: it feeds the others
     QElapsedTimer m_sinceLast;
+    qint64 m_lastReceivedNs = 0;
     quint64 m_traces = 0;
 };
 

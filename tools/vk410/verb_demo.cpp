@@ -15,7 +15,6 @@ namespace {
 
 struct Arguments {
     std::string scene = "band";
-    bool headless = true; // accepted, so that command lines hold when there is a page
     double drop = 0;
     MonitorOptions options;
 };
@@ -41,19 +40,26 @@ int demo(const Arguments& arguments)
     int argc = 0;
     const QCoreApplication application{argc, nullptr};
     const std::uint16_t port = freePort();
-    Monitoring monitoring{openSource(fmt::format("udp://127.0.0.1:{}", port), {}), arguments.options};
-    sending::UdpSender sender{QHostAddress(QHostAddress::LocalHost), port};
     simulation::Simulator simulator{sceneOf(arguments.scene), 1};
     simulation::Faults faults;
     faults.drop = arguments.drop;
     simulator.setFaults(faults);
+    Monitoring monitoring{openSource(fmt::format("udp://127.0.0.1:{}", port), {}), arguments.options};
+    sending::UdpSender sender{QHostAddress(QHostAddress::LocalHost), port};
     simulation::Player player{
         simulator, 1.0, [&sender](const simulation::Emission& emission) { sender.send(emission.bytes); }};
-    fmt::print(stderr, "simulator ({}) -> udp 127.0.0.1:{} -> monitor (Ctrl-C stops both)\n", arguments.scene,
-               port);
+    monitoring.servePage(
+        {.isDemo = true},
+        {.faults =
+             [&simulator] {
+                 return pageserver::InjectedFaults{simulator.faults(), simulator.faultCounts()};
+             },
+         .setFaults = [&simulator](const simulation::Faults& wanted) { simulator.setFaults(wanted); }});
+    const std::string page = monitoring.pageUrl();
     // Once the session listens.
     QTimer::singleShot(100, &player, &simulation::Player::start);
-    return monitoring.run();
+    return monitoring.run(fmt::format("simulator → udp 127.0.0.1:{} → monitor{}{} (Ctrl-C stops both)", port,
+                                      page.empty() ? "" : " ", page));
 }
 
 } // namespace
@@ -64,7 +70,7 @@ void addDemo(CLI::App& program, Run& run)
         program.add_subcommand("demo", "simulated receiver and monitor in one command, until Ctrl-C");
     const auto arguments = std::make_shared<Arguments>();
     verb->add_option("SCENE", arguments->scene, "band, zerospan, df, or a scene file; band if none is given");
-    verb->add_flag("--headless", arguments->headless, "no page; the only way so far");
+    arguments->options.page.addTo(*verb);
     verb->add_option("--for", arguments->options.seconds, "stop after SECONDS")->type_name("SECONDS");
     verb->add_option("--drop", arguments->drop, "lose datagrams with probability P on the way")
         ->check(CLI::Range(0.0, 1.0))

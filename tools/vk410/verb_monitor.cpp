@@ -13,7 +13,6 @@ namespace {
 struct Arguments {
     std::string source;
     double rate = 1.0;
-    bool headless = true; // accepted, so that command lines hold when there is a page
     MonitorOptions options;
 };
 
@@ -23,7 +22,9 @@ int monitor(const Arguments& arguments)
     const QCoreApplication application{argc, nullptr};
     return reportErrors("monitor", [&] {
         Monitoring monitoring{openSource(arguments.source, {.rate = arguments.rate}), arguments.options};
-        return monitoring.run();
+        monitoring.servePage({}, {});
+        const std::string page = monitoring.pageUrl();
+        return monitoring.run(page.empty() ? page : "page " + page);
     });
 }
 
@@ -35,7 +36,7 @@ void addMonitor(CLI::App& program, Run& run)
         program.add_subcommand("monitor", "watch mass data: a session with a status line a second");
     const auto arguments = std::make_shared<Arguments>();
     verb->add_option("SOURCE", arguments->source, sourceHelp)->required();
-    verb->add_flag("--headless", arguments->headless, "no page; the only way so far");
+    arguments->options.page.addTo(*verb);
     verb->add_flag("--stats", arguments->options.stats, "all counters as a JSON object a second on stdout");
     verb->add_option("--mirror", arguments->options.mirror,
                      "forward a tcp:// stream to clients of ADDRESS:PORT")
