@@ -35,6 +35,7 @@ void say(const std::string& line)
 
 Monitoring::Monitoring(std::unique_ptr<receiver::Source> source, const MonitorOptions& options)
     : m_options(options)
+    , m_session(options.session)
     , m_source(std::move(source))
 {
     QObject::connect(&m_session, &receiver::Session::said,
@@ -105,6 +106,9 @@ std::string Monitoring::statusLine()
     if (now.channels != 0)
         line += fmt::format(" | centre {}, span {}, {} ch", frequencyText(now.centreHz),
                             frequencyText(now.spanHz), now.channels);
+    if (now.dfChannels != 0)
+        line +=
+            fmt::format(" | DF {} ch, {:.1f} sweeps/s", now.dfChannels, rate(now.dfSweeps, m_last.dfSweeps));
     line += fmt::format(" | {} | {}", ageText(now), ledger::lossText(counters()));
     if (now.datagrams == m_last.datagrams)
         line += " | " + now.state;

@@ -18,6 +18,7 @@ struct MonitorOptions {
     std::string recordTo;
     std::optional<std::uint16_t> metricsPort;
     double seconds = 0; // 0: until it is stopped
+    receiver::SessionOptions session{};
 };
 
 /// Runs until it is told to stop, or the source ends.

@@ -2,6 +2,8 @@
 // vk410 demo: a simulated receiver and a monitor, over real sockets, in one command.
 #include "toolkit/sending/sender.h"
 #include "toolkit/simulation/player.h"
+#include "toolkit/simulation/simulationsource.h"
+#include "tools/vk410/dfoptions.h"
 #include "tools/vk410/monitoring.h"
 #include "tools/vk410/sources.h"
 #include "tools/vk410/verbs.h"
@@ -17,6 +19,7 @@ struct Arguments {
     std::string scene = "band";
     bool headless = true; // accepted, so that command lines hold when there is a page
     double drop = 0;
+    DfOptions df;
     MonitorOptions options;
 };
 
@@ -41,9 +44,14 @@ int demo(const Arguments& arguments)
     int argc = 0;
     const QCoreApplication application{argc, nullptr};
     const std::uint16_t port = freePort();
-    Monitoring monitoring{openSource(fmt::format("udp://127.0.0.1:{}", port), {}), arguments.options};
+    const simulation::Scene scene = sceneOf(arguments.scene);
+    MonitorOptions options = arguments.options;
+    arguments.df.apply(options.session);
+    if (options.session.scanRanges.empty())
+        options.session.scanRanges = simulation::scanRangesOf(scene);
+    Monitoring monitoring{openSource(fmt::format("udp://127.0.0.1:{}", port), {}), options};
     sending::UdpSender sender{QHostAddress(QHostAddress::LocalHost), port};
-    simulation::Simulator simulator{sceneOf(arguments.scene), 1};
+    simulation::Simulator simulator{scene, 1};
     simulation::Faults faults;
     faults.drop = arguments.drop;
     simulator.setFaults(faults);
@@ -74,10 +82,11 @@ void addDemo(CLI::App& program, Run& run)
     verb->add_option("--metrics", arguments->options.metricsPort,
                      "Prometheus text on http://127.0.0.1:PORT/metrics")
         ->type_name("PORT");
+    arguments->df.addTo(*verb);
     verb->footer("The ledger goes to stdout when it ends. Exit code 1: something was lost.\n"
                  "Examples:\n"
                  "  vk410 demo --headless --for 3\n"
-                 "  vk410 demo --headless --for 3 --drop 0.01\n"
+                 "  vk410 demo df --headless --for 3 --drop 0.01\n"
                  "  vk410 demo zerospan --headless --for 3 --record a.pcap");
     verb->callback([arguments, &run] {
         run = [arguments] { return reportErrors("demo", [&] { return demo(*arguments); }); };
