@@ -17,9 +17,6 @@ constexpr std::int16_t noValue = 32766;
 constexpr std::int16_t superResolutionFields = 0x3F;
 constexpr int superResolutionArrays = 5;
 
-enum Flag : std::int32_t { Valid = 1 << 0, Overflow = 1 << 1, Blanking = 1 << 2, EndOfSweep = 1 << 4 };
-constexpr int methodShift = 12;
-
 // How many times the error of a strong signal noise adds, where both are as strong.
 constexpr double noiseErrorFactor = 20;
 constexpr double halfQualityRatio = 3; // signal to noise
@@ -187,12 +184,11 @@ DfGenerator::Values DfGenerator::measured(const Channel& channel, double frequen
 
 std::int32_t DfGenerator::flags(const Block& block)
 {
-    std::int32_t flags = Valid | m_scene.jobs[block.job].method << methodShift;
-    if (m_random.unit() < m_scene.overflowProbability)
-        flags |= Overflow;
-    if (m_random.unit() < m_scene.blankingProbability)
-        flags |= Blanking;
-    return block.endsSweep ? flags | EndOfSweep : flags;
+    namespace flag = wire::dfscan::flag;
+    const bool overflows = m_random.unit() < m_scene.overflowProbability;
+    const bool isBlanked = m_random.unit() < m_scene.blankingProbability;
+    return 1 << flag::valid | int{overflows} << flag::overflow | int{isBlanked} << flag::blanking |
+           int{block.endsSweep} << flag::endOfSweep | m_scene.jobs[block.job].method << flag::method;
 }
 
 wire::Bytes DfGenerator::header(const Block& block, std::int64_t stampNs)
