@@ -58,9 +58,10 @@ Signal hopper(std::string name, double frequencyHz, double levelDbuv)
     return signal;
 }
 
-Signal heardFrom(Signal signal, double azimuthDeg, double degPerSecond = 0)
+Signal heardFrom(Signal signal, double azimuthDeg, double elevationDeg = 0, double degPerSecond = 0)
 {
     signal.azimuthDeg = azimuthDeg;
+    signal.elevationDeg = elevationDeg;
     signal.azimuthDegPerSecond = degPerSecond;
     return signal;
 }
@@ -103,12 +104,12 @@ Scene directionFinding()
     scene.rate = 40;
     scene.jobs = {{1, 145e6, 155e6, 12.5e3, 1}, {2, 430e6, 440e6, 25e3, 2}};
     // Two that move and cross.
-    scene.onAir = {heardFrom(fm("repeater", 145.6e6, 48, 12.5e3), 62.5),
-                   heardFrom(fm("mobile 1", 147.25e6, 40, 12.5e3), 180, 3),
-                   heardFrom(fm("mobile 2", 152.5e6, 36, 12.5e3), 300, -3),
-                   heardFrom(carrier("beacon", 154.0e6, 30), 351.2),
+    scene.onAir = {heardFrom(fm("repeater", 145.6e6, 48, 12.5e3), 62.5, 4),
+                   heardFrom(fm("mobile 1", 147.25e6, 40, 12.5e3), 180, 0, 3),
+                   heardFrom(fm("mobile 2", 152.5e6, 36, 12.5e3), 300, 0, -3),
+                   heardFrom(carrier("beacon", 154.0e6, 30), 351.2, 12.5),
                    heardFrom(burst("remote control", 433.92e6, 42, 50e3, {700, 250}), 118.4),
-                   heardFrom(carrier("link", 438.2e6, 55), 241)};
+                   heardFrom(carrier("link", 438.2e6, 55), 241, -1.5)};
     return scene;
 }
 

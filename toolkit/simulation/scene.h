@@ -69,6 +69,7 @@ struct Scene {
     // Direction finding.
     std::vector<Job> jobs;
     double qualityFloor = 10;       // percent; below it a channel has no bearing
+    double bearingErrorDeg = 0.5;   // of a strong signal; grows as it sinks into the noise
     double blankingProbability = 0; // of a block
     double overflowProbability = 0;
     int superResolution = 0; // bearings per channel in the super-resolution arrays; 0: none

@@ -269,6 +269,7 @@ Scene parseScene(const std::string& json, const std::string& where, const std::s
     members.number("windowMs", scene.windowMs, {0.001, 1e6});
     members.number("bandwidthHz", scene.bandwidthHz, {1, 1e9});
     members.number("qualityFloor", scene.qualityFloor, {0, 100});
+    members.number("bearingErrorDeg", scene.bearingErrorDeg, {0, 180});
     members.number("blankingProbability", scene.blankingProbability, probabilities);
     members.number("overflowProbability", scene.overflowProbability, probabilities);
     members.whole("superResolution", scene.superResolution, 0, 8);

@@ -160,6 +160,9 @@ std::string Monitoring::statusLine()
     if (now.channels != 0)
         line += fmt::format(" | centre {}, span {}, {} ch", frequencyText(now.centreHz),
                             frequencyText(now.spanHz), now.channels);
+    if (now.dfChannels != 0)
+        line +=
+            fmt::format(" | DF {} ch, {:.1f} sweeps/s", now.dfChannels, rate(now.dfSweeps, m_last.dfSweeps));
     line += fmt::format(" | {} | {}", ageText(now), ledger::lossText(counters()));
     if (now.datagrams == m_last.datagrams)
         line += " | " + now.state;

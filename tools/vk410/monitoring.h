@@ -26,12 +26,12 @@ struct PageOptions {
 
 struct MonitorOptions {
     PageOptions page;
-    receiver::SessionOptions session;
     bool stats = false; // a JSON object with all counters each second, on stdout
     std::string mirror;
     std::string recordTo;
     std::optional<std::uint16_t> metricsPort;
     double seconds = 0; // 0: until it is stopped
+    receiver::SessionOptions session{};
 };
 
 /// Runs until it is told to stop, or the source ends.

@@ -2,6 +2,8 @@
 // vk410 demo: a simulated receiver and a monitor, over real sockets, in one command.
 #include "toolkit/sending/sender.h"
 #include "toolkit/simulation/player.h"
+#include "toolkit/simulation/simulationsource.h"
+#include "tools/vk410/dfoptions.h"
 #include "tools/vk410/monitoring.h"
 #include "tools/vk410/sources.h"
 #include "tools/vk410/verbs.h"
@@ -16,6 +18,7 @@ namespace {
 struct Arguments {
     std::string scene = "band";
     double drop = 0;
+    DfOptions df;
     MonitorOptions options;
 };
 
@@ -40,11 +43,16 @@ int demo(const Arguments& arguments)
     int argc = 0;
     const QCoreApplication application{argc, nullptr};
     const std::uint16_t port = freePort();
-    simulation::Simulator simulator{sceneOf(arguments.scene), 1};
+    const simulation::Scene scene = sceneOf(arguments.scene);
+    MonitorOptions options = arguments.options;
+    arguments.df.apply(options.session);
+    if (options.session.scanRanges.empty())
+        options.session.scanRanges = simulation::scanRangesOf(scene);
+    simulation::Simulator simulator{scene, 1};
     simulation::Faults faults;
     faults.drop = arguments.drop;
     simulator.setFaults(faults);
-    Monitoring monitoring{openSource(fmt::format("udp://127.0.0.1:{}", port), {}), arguments.options};
+    Monitoring monitoring{openSource(fmt::format("udp://127.0.0.1:{}", port), {}), options};
     sending::UdpSender sender{QHostAddress(QHostAddress::LocalHost), port};
     simulation::Player player{
         simulator, 1.0, [&sender](const simulation::Emission& emission) { sender.send(emission.bytes); }};
@@ -80,10 +88,11 @@ void addDemo(CLI::App& program, Run& run)
     verb->add_option("--metrics", arguments->options.metricsPort,
                      "Prometheus text on http://127.0.0.1:PORT/metrics")
         ->type_name("PORT");
+    arguments->df.addTo(*verb);
     verb->footer("The ledger goes to stdout when it ends. Exit code 1: something was lost.\n"
                  "Examples:\n"
                  "  vk410 demo --headless --for 3\n"
-                 "  vk410 demo --headless --for 3 --drop 0.01\n"
+                 "  vk410 demo df --headless --for 3 --drop 0.01\n"
                  "  vk410 demo zerospan --headless --for 3 --record a.pcap");
     verb->callback([arguments, &run] {
         run = [arguments] { return reportErrors("demo", [&] { return demo(*arguments); }); };
