@@ -61,7 +61,8 @@ PageFiles::PageFiles()
         const QString place = files.next();
         const std::string path = place.mid(root.size()).toStdString();
         if (const ContentType* const type = typeOf(path))
-            m_builtIn[path] = {std::string(type->type), contentOf(place)};
+            m_builtIn[path] = {std::string(type->type), contentOf(place),
+                               contentOf(place + QLatin1String(".gz"))};
     }
 }
 
@@ -91,7 +92,7 @@ std::optional<PageFile> PageFiles::find(const std::string& path) const
     const QString place = m_folder + placeOf(path);
     if (!isPageName(path) || !QFileInfo{place}.isFile())
         return std::nullopt;
-    return PageFile{std::string(typeOf(path)->type), contentOf(place)};
+    return PageFile{std::string(typeOf(path)->type), contentOf(place), {}};
 }
 
 } // namespace pageserver

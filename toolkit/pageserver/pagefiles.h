@@ -12,6 +12,7 @@ namespace pageserver {
 struct PageFile {
     std::string type; // of its content
     QByteArray content;
+    QByteArray compressed{}; // the same for browsers that understand gzip; empty: there is none
 };
 
 /// Nothing but these files is ever served; names are compared, never resolved.

@@ -36,18 +36,31 @@ http::Response json(const messages::Json& json)
     return {.contentType = "application/json", .body = messages::bytes(json)};
 }
 
+http::Response fileResponse(const PageFile& file, bool mayBeCompressed)
+{
+    http::Response response{.contentType = file.type, .body = file.content};
+    if (file.compressed.isEmpty())
+        return response;
+    response.headers.emplace_back("Vary", "Accept-Encoding");
+    if (!mayBeCompressed)
+        return response;
+    response.headers.emplace_back("Content-Encoding", "gzip");
+    response.body = file.compressed;
+    return response;
+}
+
 // What the page may do: nothing from elsewhere, nothing in line, in nobody's frame.
 void protect(http::Response& response, std::string_view host)
 {
-    response.headers = {
-        {"Content-Security-Policy",
-         fmt::format("default-src 'self'; connect-src 'self' ws://{}; img-src 'self' blob: data:; "
-                     "object-src 'none'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'",
-                     host)},
-        {"X-Content-Type-Options", "nosniff"},
-        {"Referrer-Policy", "no-referrer"},
-        {"Cross-Origin-Resource-Policy", "same-origin"},
-        {"Cache-Control", "no-cache"}};
+    response.headers.emplace_back(
+        "Content-Security-Policy",
+        fmt::format("default-src 'self'; connect-src 'self' ws://{}; img-src 'self' blob: data:; "
+                    "object-src 'none'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'",
+                    host));
+    response.headers.emplace_back("X-Content-Type-Options", "nosniff");
+    response.headers.emplace_back("Referrer-Policy", "no-referrer");
+    response.headers.emplace_back("Cross-Origin-Resource-Policy", "same-origin");
+    response.headers.emplace_back("Cache-Control", "no-cache");
 }
 
 } // namespace
@@ -206,7 +219,7 @@ http::Response PageHost::respond(const http::Request& request) const
     if (std::optional<http::Response> answer = api(request.path))
         return std::move(*answer);
     if (std::optional<PageFile> file = m_files.find(request.path))
-        return {.contentType = file->type, .body = file->content};
+        return fileResponse(*file, containsIgnoringCase(request.header("accept-encoding"), "gzip"));
     return {.status = 404, .body = "nothing is here; / is the page\n"};
 }
 

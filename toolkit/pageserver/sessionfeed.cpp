@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "toolkit/pageserver/sessionfeed.h"
-#include "freqlist/freqstore.h"
 #include "nqbase/nqexception.h"
-#include "values/blankingrangeitem.h"
-#include "values/valuecommentedrangemap.h"
 #include <algorithm>
 #include <array>
 #include <fmt/format.h>
@@ -25,9 +22,6 @@ constexpr std::size_t mostRanges = 1'000; // that viewers may add
 constexpr qint64 dfSweepMilliseconds = 20;
 constexpr qint64 dfProgressMilliseconds = 100;
 constexpr std::size_t dfChannelsPerMillisecond = 10'000;
-
-constexpr char blankingStore[] = "/INTERFACES/Blanking/BlankingRangesFrequencyStore";
-constexpr char blankingStates[] = "/INTERFACES/Blanking/Ranges/List";
 
 // A command that cannot be done; says why.
 struct Refused : std::runtime_error {
@@ -58,16 +52,6 @@ void append(std::vector<RangeText>& texts, const ValueCommentedRangeMap& ranges,
     for (const auto& [id, range] : ranges.GetRanges())
         texts.push_back(
             {id, list, range.GetRangeStart(), range.GetRangeStop(), range.GetComment().toStdString(), false});
-}
-
-ValueCommentedRangeMap& rangesOf(RangeKind kind)
-{
-    if (kind == RangeKind::Suppress)
-        return *FreqStore::Instance()->GetLocalSuppressRange();
-    const auto found = values::Tree::Instance()->Find<ValueCommentedRangeMap>(QLatin1String(blankingStore));
-    if (!found)
-        throw Refused{"this session has no blanking ranges"};
-    return *found;
 }
 
 double stepOf(const values::ChannelRangeDefinition& grid)
@@ -248,20 +232,23 @@ void SessionFeed::captureRates(StatusState& status)
 
 void SessionFeed::captureRanges()
 {
+    const receiver::ReceiverValues& values = m_session.values();
     auto ranges = std::make_shared<Ranges>();
-    append(ranges->suppress, *FreqStore::Instance()->GetLocalSuppressRange(), "local");
-    append(ranges->suppress, *FreqStore::Instance()->GetGlobalSuppressRange(), "global");
-    const values::Tree& tree = *values::Tree::Instance();
-    if (const auto blanking = tree.Find<ValueCommentedRangeMap>(QLatin1String(blankingStore)))
-        append(ranges->blanking, *blanking, "");
-    if (const auto states = tree.Find<BlankingStates>(QLatin1String(blankingStates))) {
-        for (RangeText& range : ranges->blanking) {
-            const values::BlankingRangeItem* const state = states->FindItem(range.id);
-            range.isBlanked = state && state->IsBlanked();
-        }
+    append(ranges->suppress, *values.localSuppressRanges, "local");
+    append(ranges->suppress, *values.globalSuppressRanges, "global");
+    append(ranges->blanking, *values.blankingRanges, "");
+    for (RangeText& range : ranges->blanking) {
+        const values::BlankingRangeItem* const status = values.blankingStatus->FindItem(range.id);
+        range.isBlanked = status && status->IsBlanked();
     }
     if (*ranges != *m_ranges)
         m_ranges = std::move(ranges);
+}
+
+values::ValueCommentedRangeMap& SessionFeed::rangesOf(RangeKind kind)
+{
+    const receiver::ReceiverValues& values = m_session.values();
+    return kind == RangeKind::Suppress ? *values.localSuppressRanges : *values.blankingRanges;
 }
 
 std::optional<std::string> SessionFeed::execute(const Command& command)
@@ -285,7 +272,7 @@ std::optional<std::string> SessionFeed::execute(const Command& command)
 
 void SessionFeed::perform(const AddRange& range)
 {
-    ValueCommentedRangeMap& ranges = rangesOf(range.kind);
+    values::ValueCommentedRangeMap& ranges = rangesOf(range.kind);
     if (ranges.GetCount() >= mostRanges)
         throw Refused{fmt::format("expected fewer than {} ranges; remove one first", mostRanges)};
     ranges.AddRange(range.fromHz, range.toHz, QString::fromStdString(range.name));

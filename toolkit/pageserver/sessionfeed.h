@@ -63,6 +63,7 @@ private:
     void captureRanges();
     [[nodiscard]] std::string stateName(const receiver::Status& status) const;
     [[nodiscard]] receiver::RecordingSource* recording() const;
+    [[nodiscard]] values::ValueCommentedRangeMap& rangesOf(RangeKind kind);
     void perform(const AddRange& range);
     void perform(const RemoveRange& range);
     void perform(const ControlPlayback& control);

@@ -16,7 +16,7 @@ namespace verbs {
 namespace {
 
 struct Arguments {
-    std::string scene = "band";
+    std::string scene = "demo";
     double drop = 0;
     DfOptions df;
     MonitorOptions options;
@@ -77,7 +77,7 @@ void addDemo(CLI::App& program, Run& run)
     CLI::App* const verb =
         program.add_subcommand("demo", "simulated receiver and monitor in one command, until Ctrl-C");
     const auto arguments = std::make_shared<Arguments>();
-    verb->add_option("SCENE", arguments->scene, "band, zerospan, df, or a scene file; band if none is given");
+    verb->add_option("SCENE", arguments->scene, "demo (default), band, zerospan, df, or a scene file");
     arguments->options.page.addTo(*verb);
     verb->add_option("--for", arguments->options.seconds, "stop after SECONDS")->type_name("SECONDS");
     verb->add_option("--drop", arguments->drop, "lose datagrams with probability P on the way")
