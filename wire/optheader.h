@@ -147,6 +147,17 @@ inline constexpr std::array<NamedField, 16> fields{{{"bytes0", Bytes8, 0},
                                                     {"superResolutionCount", Signed8, 72},
                                                     {"eigenValueCount", Signed8, 73}}};
 static_assert(detail::isPacked(fields, size));
+
+/// Bits of `dfFlags`.
+namespace flag {
+inline constexpr unsigned valid = 0;
+inline constexpr unsigned overflow = 1;
+inline constexpr unsigned blanking = 2;
+inline constexpr unsigned endOfSweep = 4;
+inline constexpr unsigned method = 12; // the first of three
+inline constexpr unsigned methodMask = 7;
+inline constexpr unsigned polarFrequency = 25;
+} // namespace flag
 } // namespace dfscan
 
 /// The table of a tag's optional header; empty when nobody interprets it.

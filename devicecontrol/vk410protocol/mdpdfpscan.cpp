@@ -7,6 +7,7 @@
 #include "devicecontrol/vk410protocol/superresolution.h"
 #include "nqbase/errorhandler.h"
 #include "nqbase/nqexception.h"
+#include "wire/optheader.h"
 #include <algorithm>
 #include <cmath>
 #include <utility>
@@ -17,14 +18,7 @@ using Validity = values::DFSpectrumSample::Validity;
 
 constexpr char sourceFile[] = "devicecontrol/vk410protocol/mdpdfpscan";
 
-namespace flag { // bits of the header's flags
-constexpr unsigned valid = 0;
-constexpr unsigned overflow = 1;
-constexpr unsigned blanking = 2;
-constexpr unsigned endOfSweep = 4;
-constexpr unsigned method = 12; // the first of three
-constexpr unsigned polarFrequency = 25;
-} // namespace flag
+namespace flag = wire::dfscan::flag;
 
 constexpr int watsonWatt = 1; // the method
 
@@ -103,7 +97,7 @@ struct MdpDFPScan::Block {
     std::shared_ptr<const ScanRange> sectors; // where azimuths are blanked; null: nowhere
 
     [[nodiscard]] bool flag(unsigned number) const { return header.flag(number); }
-    [[nodiscard]] int method() const { return header.dfFlags >> flag::method & 7; }
+    [[nodiscard]] int method() const { return header.dfFlags >> flag::method & flag::methodMask; }
 };
 
 MdpDFPScan::MdpDFPScan(IMassDataReceiver* receiver)

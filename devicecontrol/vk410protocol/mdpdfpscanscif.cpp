@@ -5,6 +5,7 @@
 #include "devicecontrol/vk410protocol/scangrid.h"
 #include "nqbase/errorhandler.h"
 #include "nqbase/nqexception.h"
+#include "wire/optheader.h"
 #include <utility>
 
 namespace {
@@ -13,11 +14,7 @@ using values::DFSpectrumSample;
 
 constexpr char sourceFile[] = "devicecontrol/vk410protocol/mdpdfpscanscif";
 
-namespace flag { // bits of the header's flags
-constexpr unsigned unusable = 1;
-constexpr unsigned blanked = 2;
-constexpr unsigned endOfSweep = 4;
-} // namespace flag
+namespace flag = wire::dfscan::flag;
 
 void trace(const QString& message, int line)
 {
@@ -33,10 +30,10 @@ quint64 mapStampOf(quint64 deviceStamp)
 
 DFSpectrumSample::Validity validityOf(const DfOptHeader& header)
 {
-    if (header.flag(flag::unusable))
+    if (header.flag(flag::overflow))
         return DFSpectrumSample::Validity::Unusable;
-    return header.flag(flag::blanked) ? DFSpectrumSample::Validity::Blanked
-                                      : DFSpectrumSample::Validity::Valid;
+    return header.flag(flag::blanking) ? DFSpectrumSample::Validity::Blanked
+                                       : DFSpectrumSample::Validity::Valid;
 }
 
 } // namespace

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "toolkit/inspection/explanation.h"
+#include "toolkit/inspection/optheadertext.h"
 #include "toolkit/inspection/timetext.h"
 #include "toolkit/inspection/whydropped.h"
 #include "wire/layout.h"
 #include "wire/optheader.h"
 #include "wire/selectors.h"
 #include <algorithm>
-#include <bit>
 #include <fmt/format.h>
 
 namespace inspection {
@@ -34,26 +34,6 @@ std::string selectorText(std::uint32_t selectors)
     if ((selectors & wire::selector::hostOrderFlag) != 0)
         text += ", little-endian data";
     return text;
-}
-
-std::string valueText(const wire::NamedField& field, wire::View header, wire::ByteOrder order)
-{
-    switch (field.kind) {
-    case wire::FieldKind::Signed8:
-        return std::to_string(*header.get(wire::Field<std::int8_t>{field.offset}, order));
-    case wire::FieldKind::Signed16:
-        return std::to_string(*header.get(wire::Field<std::int16_t>{field.offset}, order));
-    case wire::FieldKind::Signed32:
-        return std::to_string(*header.get(wire::Field<std::int32_t>{field.offset}, order));
-    case wire::FieldKind::Signed64:
-        return std::to_string(*header.get(wire::Field<std::int64_t>{field.offset}, order));
-    case wire::FieldKind::Float32:
-        return fmt::format(
-            "{}", std::bit_cast<float>(*header.get(wire::Field<std::uint32_t>{field.offset}, order)));
-    case wire::FieldKind::Bytes8:
-        break;
-    }
-    return uninterpreted;
 }
 
 // One line of an attribute's header.
@@ -179,14 +159,14 @@ void Explanation::explainOptHeader(const AttributeHeader& header)
     const std::optional<wire::View> bytes = all.sub(begin, header.optHeaderLength);
     if (!bytes || header.optHeaderLength == 0)
         return;
-    const bool isLittle = (header.selectors & wire::selector::hostOrderFlag) != 0;
+    const wire::ByteOrder order = optHeaderOrder(header.selectors);
     std::size_t at = 0;
     for (const wire::NamedField& field : wire::optHeaderFields(header.tag)) {
         if (!bytes->sub(field.offset, wire::widthOf(field.kind)))
             break;
         at = field.offset + wire::widthOf(field.kind);
         line(begin + field.offset, wire::widthOf(field.kind), field.name,
-             valueText(field, *bytes, isLittle ? wire::ByteOrder::Little : wire::ByteOrder::Big));
+             numberText(field, *bytes, order).value_or(uninterpreted) + meaningText(field, *bytes, order));
     }
     if (at < bytes->size())
         line(begin + at, bytes->size() - at, "optHeader",

@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "toolkit/inspection/jsonlines.h"
+#include "toolkit/inspection/optheadertext.h"
 #include <fmt/format.h>
 #include <iterator>
 
 namespace inspection {
 namespace {
+
+constexpr std::uint16_t dfScanTag = 5301;
 
 // Written as it comes, not through a tree of values: a datagram may hold a million items.
 template <typename... Values>
@@ -34,6 +37,21 @@ void addItems(std::string& line, const FieldInfo& field, std::uint32_t count)
         line.append(digits.data(), digits.size());
     }
     line += ']';
+}
+
+// Whole numbers only: what is a float there is not interpreted, and may be no number of JSON.
+void addOptHeaderFields(std::string& line, const AttributeInfo& attribute)
+{
+    const std::size_t before = line.size();
+    const wire::ByteOrder order = optHeaderOrder(attribute.header.selectors);
+    for (const wire::NamedField& field : wire::optHeaderFields(attribute.header.tag)) {
+        const auto number = numberText(field, *attribute.optHeader, order);
+        if (number && field.kind != wire::FieldKind::Float32)
+            add(line, R"({}"{}":{})", line.size() == before ? R"("optHeaderFields":{)" : ",", field.name,
+                *number);
+    }
+    if (line.size() != before)
+        line += "},";
 }
 
 } // namespace
@@ -66,6 +84,9 @@ void JsonLines::attribute(const AttributeInfo& attribute)
         m_line += R"("optHeader":)";
         addHex(m_line, *attribute.optHeader);
         m_line += ',';
+        // The header of a direction-finding scan says where the fields belong; the others name themselves.
+        if (header.tag == dfScanTag)
+            addOptHeaderFields(m_line, attribute);
     }
     m_line += R"("fields":{)";
     if (attribute.rawBytes) {

@@ -1,10 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "toolkit/receiver/receivervalues.h"
 #include "freqlist/freqstore.h"
-#include "values/blankingrangeitem.h"
 #include "values/value.h"
-#include "values/valuecommentedrangemap.h"
-#include "values/valuefrequencyitemmap.h"
 #include "values/valuelist.h"
 #include <utility>
 #include <vector>
@@ -169,13 +166,14 @@ void ReceiverValues::addDirectionFinder()
     m_tree->Create<values::ValueList<int>>(path("/KRT"), QStringLiteral("DFALTUSED"));
     flag(path("/KRT"), "DFALTWATSONWATT");
     wholeNumber(path("/KRT"), "QUALITYTHRESHOLD", 0, 0, 100, "%");
-    m_tree->Create<values::ValueFrequencyItemMap<values::BlankingRangeItem>>(
+    blankingStatus = m_tree->Create<values::ValueFrequencyItemMap<values::BlankingRangeItem>>(
         QStringLiteral("/INTERFACES/Blanking/Ranges"), QStringLiteral("List"));
-    m_tree->Create<values::ValueCommentedRangeMap>(QStringLiteral("/INTERFACES/Blanking"),
-                                                   QStringLiteral("BlankingRangesFrequencyStore"));
+    blankingRanges = m_tree->Create<values::ValueCommentedRangeMap>(
+        QStringLiteral("/INTERFACES/Blanking"), QStringLiteral("BlankingRangesFrequencyStore"));
     // The frequency lists put their two suppress ranges into the tree on first use.
     FreqStore::Install(nullptr);
-    FreqStore::Instance();
+    localSuppressRanges = FreqStore::Instance()->GetLocalSuppressRange();
+    globalSuppressRanges = FreqStore::Instance()->GetGlobalSuppressRange();
 }
 
 void ReceiverValues::addCompass()

@@ -3,7 +3,10 @@
 // The value tree of a receiver: every value that the processors read or write, with sensible entries, limits
 // and units.
 #include "toolkit/receiver/countedmap.h"
+#include "values/blankingrangeitem.h"
 #include "values/tree.h"
+#include "values/valuecommentedrangemap.h"
+#include "values/valuefrequencyitemmap.h"
 #include "values/valuenumeric.h"
 #include "values/valueselection.h"
 #include <QString>
@@ -31,6 +34,11 @@ public:
     std::shared_ptr<values::ValueNumericWithOffset> frequency;
     std::shared_ptr<values::ValueSelection> span;
     std::shared_ptr<values::ValueSelection> commands;
+    // What the operator excludes from direction finding; ranges of frequencies in Hz.
+    std::shared_ptr<values::ValueCommentedRangeMap> localSuppressRanges;
+    std::shared_ptr<values::ValueCommentedRangeMap> globalSuppressRanges;
+    std::shared_ptr<values::ValueCommentedRangeMap> blankingRanges; // where the receiver reports blanking
+    std::shared_ptr<values::ValueFrequencyItemMap<values::BlankingRangeItem>> blankingStatus; // of those
 
 private:
     void addMaps(ledger::Ledger& ledger);

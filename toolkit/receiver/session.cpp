@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "toolkit/receiver/session.h"
 #include "devicecontrol/vk410protocol/levelmapfillerimpl.h"
-#include "devicecontrol/vk410protocol/mdpdfpscan.h"
 #include "devicecontrol/vk410protocol/mdpdfpscanscif.h"
 #include "nqbase/nqexception.h"
 #include <array>
@@ -68,6 +67,19 @@ void addLevels(Hash& hash, const values::LevelMap& map)
     hash.add(map.GetValues().data(), map.GetValues().size_bytes());
 }
 
+void addSample(Hash& hash, const values::DFSpectrumSample& sample)
+{
+    hash.addNumber(sample.fields());
+    const values::SuperResolutionSample* const waves = sample.getSuperResolutionSample();
+    for (int i = 0; waves && i < waves->getCount(); ++i) {
+        hash.addNumber(waves->getQuality(i));
+        hash.addNumber(waves->getLevel(i));
+        hash.addNumber(waves->getFieldStrength(i));
+        hash.addNumber(waves->getAzimuth(i));
+        hash.addNumber(waves->getElevation(i));
+    }
+}
+
 } // namespace
 
 Session::Session(const SessionOptions& options)
@@ -114,15 +126,30 @@ void Session::registerDfProcessor(const SessionOptions& options)
     m_df->SetMassDataObserver(&m_ledger);
     m_df->Init(QString::fromLatin1(devicePath));
     m_dispatcher.RegisterTagProcessor(m_df.get(), static_cast<TRACE_TAG>(options.dfScanTag), 0);
-    if (options.scanRanges.empty())
+    for (const ExcludedRange& range : options.excluded)
+        exclude(range);
+    beginDfScan(options.scanRanges);
+}
+
+void Session::exclude(const ExcludedRange& range)
+{
+    const bool suppresses = range.kind == ExcludedRange::Kind::Suppress;
+    const auto& ranges = suppresses ? m_values.localSuppressRanges : m_values.blankingRanges;
+    ranges->AddRange(range.startHz, range.stopHz);
+}
+
+void Session::beginDfScan(const ScanRangeContainer& ranges)
+{
+    if (ranges.empty())
         return;
     m_values.commands->SelectKey(dfScanMode);
-    setScanRanges(options.scanRanges);
+    setScanRanges(ranges);
 }
 
 void Session::setScanRanges(const ScanRangeContainer& ranges)
 {
     m_takeScanRanges(ranges);
+    m_hasScanRanges = !ranges.empty();
 }
 
 void Session::run(std::unique_ptr<Source> source)
@@ -130,6 +157,8 @@ void Session::run(std::unique_ptr<Source> source)
     m_source = std::move(source);
     m_source->setObserver(&m_ledger);
     m_source->setSendersWanted(!m_taps.empty());
+    if (!m_hasScanRanges)
+        beginDfScan(m_source->scanRanges());
     connect(m_source.get(), &Source::said, this, &Session::said);
     connect(m_source.get(), &Source::finished, this, &Session::finished);
     connect(m_source.get(), &Source::restarted, this, [this] {
@@ -149,6 +178,7 @@ void Session::addTap(Tap tap)
 void Session::take(Received received)
 {
     m_sinceLast.start();
+    m_lastReceivedNs = received.receivedNs;
     for (const Tap& tap : m_taps)
         tap(received);
     try {
@@ -183,6 +213,8 @@ Status Session::status() const
         status.spanHz = last - first;
     }
     status.channels = grid.GetChannelCount();
+    status.dfChannels = m_values.dfSpectrum->GetChannelRangeDefinition().GetChannelCount();
+    status.dfSweeps = m_values.dfSpectrum->GetScanCount();
     status.traces = m_traces;
     const ledger::Counters counters = m_ledger.counters();
     status.datagrams = counters.datagrams;
@@ -201,11 +233,8 @@ quint64 Session::mapHash() const
     hash.add(m_values.bearings->GetChannelRangeDefinition());
     hash.add(m_values.bearings->GetValues().data(), m_values.bearings->GetValues().size_bytes());
     hash.add(m_values.dfSpectrum->GetChannelRangeDefinition());
-    for (const values::DFSpectrumSample& sample : m_values.dfSpectrum->GetValues()) {
-        for (const int field : {int{sample.getQuality()}, int{sample.getAzimuth()}, int{sample.getLevel()},
-                                int{sample.getElevation()}, static_cast<int>(sample.getValidity())})
-            hash.addNumber(field);
-    }
+    for (const values::DFSpectrumSample& sample : m_values.dfSpectrum->GetValues())
+        addSample(hash, sample);
     return hash.value();
 }
 

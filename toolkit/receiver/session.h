@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 // A session: everything between a source of datagrams and the maps and values that people look at.
+#include "devicecontrol/vk410protocol/mdpdfpscan.h"
 #include "devicecontrol/vk410protocol/mdpifpan.h"
 #include "devicecontrol/vk410protocol/mdpzerospan.h"
 #include "devicecontrol/vk410protocol/scanrange.h"
 #include "devicecontrol/vk410protocol/vk410processor.h"
 #include "toolkit/ledger/ledger.h"
 #include "toolkit/receiver/receivervalues.h"
+#include "toolkit/receiver/scanrangespec.h"
 #include "toolkit/receiver/source.h"
 #include <QElapsedTimer>
 #include <QObject>
@@ -34,11 +36,13 @@ struct SessionOptions {
     bool followAfc = false;
     bool hasBearingMap = true;
 
-    // Which processor takes direction-finding scans, and what the receiver scans. Without scan ranges such
-    // scans are not accepted; with them, the receiver's mode is set to a direction-finding scan.
+    // Which processor takes direction-finding scans, and what the receiver scans; if that is empty, what the
+    // source says. Without scan ranges such scans are not accepted; with them, the receiver's mode is set to
+    // a direction-finding scan.
     enum class DfProcessor { Scan, Scif };
     DfProcessor df = DfProcessor::Scan;
     ScanRangeContainer scanRanges{};
+    std::vector<ExcludedRange> excluded{}; // from direction finding; more may come as values
 };
 
 /// What is going on, for a status line.
@@ -48,7 +52,9 @@ struct Status {
     double centreHz = 0;
     double spanHz = 0;
     unsigned int channels = 0;
-    quint64 traces = 0; // IF panorama traces so far
+    unsigned int dfChannels = 0; // of the direction finder's scan ranges
+    quint64 dfSweeps = 0;        // of direction-finding scans so far
+    quint64 traces = 0;          // IF panorama traces so far
     quint64 datagrams = 0;
     quint64 bytes = 0;
     double ageSeconds = -1; // since the last datagram; negative: none yet
@@ -81,6 +87,15 @@ public:
     [[nodiscard]] MdpIfpan& ifPanorama() { return *m_ifpan; }
     [[nodiscard]] Status status() const;
 
+    /// When the last datagram was received: ns since 1970, of a recording its own; 0: none yet.
+    [[nodiscard]] qint64 lastReceivedNs() const { return m_lastReceivedNs; }
+
+    /// Datagrams that sequence numbers say are missing.
+    [[nodiscard]] quint64 lostOnTheWire() const { return m_ledger.counters().wireLost; }
+
+    /// The processor of direction-finding scans, for its signals; null where the SCIF variant takes them.
+    [[nodiscard]] MdpDFPScan* dfScan() { return dynamic_cast<MdpDFPScan*>(m_df.get()); }
+
     /// Tells the processor of direction-finding scans what the receiver scans now.
     void setScanRanges(const ScanRangeContainer& ranges);
 
@@ -97,6 +112,8 @@ signals:
 private:
     void registerProcessors(const SessionOptions& options);
     void registerDfProcessor(const SessionOptions& options);
+    void exclude(const ExcludedRange& range);
+    void beginDfScan(const ScanRangeContainer& ranges);
 
     ledger::Ledger m_ledger;
     ReceiverValues m_values;
@@ -104,10 +121,12 @@ private:
     std::unique_ptr<MdpZeroSpan> m_zeroSpan;
     std::unique_ptr<IMassDataProcessor> m_df;
     std::function<void(const ScanRangeContainer&)> m_takeScanRanges; // of m_df
+    bool m_hasScanRanges = false;
     VK410Processor m_dispatcher;
     std::vector<Tap> m_taps;
     std::unique_ptr<Source> m_source; // goes first: it feeds the others
     QElapsedTimer m_sinceLast;
+    qint64 m_lastReceivedNs = 0;
     quint64 m_traces = 0;
 };
 

@@ -2,6 +2,7 @@
 #pragma once
 // A live or recorded stream of datagrams.
 #include "devicecontrol/vk410protocol/massdataobserver.h"
+#include "devicecontrol/vk410protocol/scanrange.h"
 #include "devicecontrol/vk410protocol/udpdatagram.h"
 #include "toolkit/receiver/sourcespec.h"
 #include "toolkit/recording/origin.h"
@@ -43,6 +44,9 @@ public:
     virtual void start(Sink sink) = 0;
 
     [[nodiscard]] virtual Facts facts() const = 0;
+
+    /// What a direction finder scans, where the source knows; the stream itself does not say. Else empty.
+    [[nodiscard]] virtual ScanRangeContainer scanRanges() const { return {}; }
 
     /// Who is told about broken streams and cut mirror clients.
     virtual void setObserver(IMassDataObserver* /*observer*/) {}

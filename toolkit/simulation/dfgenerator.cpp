@@ -17,12 +17,8 @@ constexpr std::int16_t noValue = 32766;
 constexpr std::int16_t superResolutionFields = 0x3F;
 constexpr int superResolutionArrays = 5;
 
-enum Flag : std::int32_t { Valid = 1 << 0, Overflow = 1 << 1, Blanking = 1 << 2, EndOfSweep = 1 << 4 };
-constexpr int methodShift = 12;
-
-// An antenna's own bearing error, and how it grows as the signal sinks into the noise.
-constexpr double bestErrorDeg = 0.5;
-constexpr double noiseErrorDeg = 10;
+// How many times the error of a strong signal noise adds, where both are as strong.
+constexpr double noiseErrorFactor = 20;
 constexpr double halfQualityRatio = 3; // signal to noise
 
 int eigenValues(int superResolution)
@@ -70,7 +66,9 @@ struct DfGenerator::Fields {
 
 int channelCount(const Job& job)
 {
-    return static_cast<int>((job.stopHz - job.startHz) / job.stepHz + 1.5);
+    // In whole hertz, as scan ranges have them.
+    const auto spanHz = static_cast<double>(std::llround(job.stopHz) - std::llround(job.startHz));
+    return static_cast<int>(spanHz / job.stepHz + 1.5);
 }
 
 std::size_t bytesPerDfChannel(int superResolution)
@@ -108,6 +106,8 @@ Made DfGenerator::make(const Interval& interval)
     int number = block.first;
     for (const Channel& channel : receive(block, interval, made.seen))
         values.push_back(measured(channel, job.startHz + number++ * job.stepHz));
+    for (Seen& seen : made.seen)
+        seen.direction->quality = qualityAt(seen.frequencyHz, block, values);
     made.datagram.attribute(5301)
         .selectors(selectors)
         .count(static_cast<std::uint32_t>(block.count))
@@ -120,6 +120,15 @@ Made DfGenerator::make(const Interval& interval)
         .items<std::int16_t>(Fields::of(values, &Values::elevation))
         .bytes(superResolution(values));
     return made;
+}
+
+std::optional<double> DfGenerator::qualityAt(double frequencyHz, const Block& block,
+                                             const std::vector<Values>& values) const
+{
+    const Job& job = m_scene.jobs[block.job];
+    const auto channel = std::lround((frequencyHz - job.startHz) / job.stepHz) - block.first;
+    const std::int16_t quality = values.at(static_cast<std::size_t>(channel)).quality;
+    return quality == noValue ? std::nullopt : std::optional<double>{quality / 10.0};
 }
 
 std::vector<DfGenerator::Channel> DfGenerator::receive(const Block& block, const Interval& interval,
@@ -147,7 +156,8 @@ std::vector<DfGenerator::Channel> DfGenerator::receive(const Block& block, const
                 }
             }
             if (met.frequencyHz >= grid.firstHz && met.frequencyHz <= lastHz)
-                seen.push_back({signal.name, met.frequencyHz, met.levelDbuv, azimuthTenths(azimuth) / 10.0});
+                seen.push_back({signal.name, met.frequencyHz, met.levelDbuv,
+                                Direction{azimuthTenths(azimuth) / 10.0, signal.elevationDeg, {}}});
         }
     }
     return channels;
@@ -159,8 +169,8 @@ DfGenerator::Values DfGenerator::measured(const Channel& channel, double frequen
     // Other signals on the channel spoil the bearing as noise does.
     const double ratio = channel.strongest / (channel.noisePower + channel.signalPower - channel.strongest);
     const double quality = 100 * ratio / (ratio + halfQualityRatio);
-    const double error = (m_random.unit() + m_random.unit() - 1) *
-                         (bestErrorDeg + noiseErrorDeg / std::sqrt(std::max(ratio, 0.1)));
+    const double error = (m_random.unit() + m_random.unit() - 1) * m_scene.bearingErrorDeg *
+                         (1 + noiseErrorFactor / std::sqrt(std::max(ratio, 0.1)));
     Values values{};
     values.level = tenths(levelDb);
     values.shortTimeLevel = tenths(levelDb + 2 * m_random.unit() - 1);
@@ -174,12 +184,11 @@ DfGenerator::Values DfGenerator::measured(const Channel& channel, double frequen
 
 std::int32_t DfGenerator::flags(const Block& block)
 {
-    std::int32_t flags = Valid | m_scene.jobs[block.job].method << methodShift;
-    if (m_random.unit() < m_scene.overflowProbability)
-        flags |= Overflow;
-    if (m_random.unit() < m_scene.blankingProbability)
-        flags |= Blanking;
-    return block.endsSweep ? flags | EndOfSweep : flags;
+    namespace flag = wire::dfscan::flag;
+    const bool overflows = m_random.unit() < m_scene.overflowProbability;
+    const bool isBlanked = m_random.unit() < m_scene.blankingProbability;
+    return 1 << flag::valid | int{overflows} << flag::overflow | int{isBlanked} << flag::blanking |
+           int{block.endsSweep} << flag::endOfSweep | m_scene.jobs[block.job].method << flag::method;
 }
 
 wire::Bytes DfGenerator::header(const Block& block, std::int64_t stampNs)

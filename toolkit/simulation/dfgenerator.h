@@ -49,6 +49,8 @@ private:
                                                std::vector<Seen>& seen);
     [[nodiscard]] Values measured(const Channel& channel, double frequencyHz);
     [[nodiscard]] wire::Bytes header(const Block& block, std::int64_t stampNs);
+    [[nodiscard]] std::optional<double> qualityAt(double frequencyHz, const Block& block,
+                                                  const std::vector<Values>& values) const;
     [[nodiscard]] std::int32_t flags(const Block& block);
     [[nodiscard]] wire::Bytes superResolution(const std::vector<Values>& values);
 

@@ -6,17 +6,25 @@
 #include "wire/datagramwriter.h"
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string_view>
 #include <vector>
 
 namespace simulation {
 
+/// Where a direction finder finds a signal.
+struct Direction {
+    double azimuthDeg;
+    double elevationDeg;
+    std::optional<double> quality; // percent; absent: too weak for a bearing
+};
+
 /// A signal that is in a trace.
 struct Seen {
     std::string_view name;
     double frequencyHz;
-    double level;           // dBuV; of recorded I/Q: dB relative to full scale
-    double azimuthDeg = -1; // negative: not found
+    double level; // dBuV; of recorded I/Q: dB relative to full scale
+    std::optional<Direction> direction = std::nullopt;
 };
 
 /// One trace, before it gets its sequence number.

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "toolkit/simulation/scene.h"
-#include "toolkit/simulation/dfgenerator.h"
+#include "toolkit/simulation/demogenerator.h"
 #include <cmath>
 #include <fmt/format.h>
 
@@ -58,9 +58,10 @@ Signal hopper(std::string name, double frequencyHz, double levelDbuv)
     return signal;
 }
 
-Signal heardFrom(Signal signal, double azimuthDeg, double degPerSecond = 0)
+Signal heardFrom(Signal signal, double azimuthDeg, double elevationDeg = 0, double degPerSecond = 0)
 {
     signal.azimuthDeg = azimuthDeg;
+    signal.elevationDeg = elevationDeg;
     signal.azimuthDegPerSecond = degPerSecond;
     return signal;
 }
@@ -103,12 +104,32 @@ Scene directionFinding()
     scene.rate = 40;
     scene.jobs = {{1, 145e6, 155e6, 12.5e3, 1}, {2, 430e6, 440e6, 25e3, 2}};
     // Two that move and cross.
-    scene.onAir = {heardFrom(fm("repeater", 145.6e6, 48, 12.5e3), 62.5),
-                   heardFrom(fm("mobile 1", 147.25e6, 40, 12.5e3), 180, 3),
-                   heardFrom(fm("mobile 2", 152.5e6, 36, 12.5e3), 300, -3),
-                   heardFrom(carrier("beacon", 154.0e6, 30), 351.2),
+    scene.onAir = {heardFrom(fm("repeater", 145.6e6, 48, 12.5e3), 62.5, 4),
+                   heardFrom(fm("mobile 1", 147.25e6, 40, 12.5e3), 180, 0, 3),
+                   heardFrom(fm("mobile 2", 152.5e6, 36, 12.5e3), 300, 0, -3),
+                   heardFrom(carrier("beacon", 154.0e6, 30), 351.2, 12.5),
                    heardFrom(burst("remote control", 433.92e6, 42, 50e3, {700, 250}), 118.4),
-                   heardFrom(carrier("link", 438.2e6, 55), 241)};
+                   heardFrom(carrier("link", 438.2e6, 55), 241, -1.5)};
+    return scene;
+}
+
+// One of everything that a visitor should see, panorama and direction finder on the same frequencies.
+Scene everything()
+{
+    Scene scene;
+    scene.name = "demo";
+    scene.kind = SceneKind::Demo;
+    scene.rate = 120; // 60 panoramas, 40 blocks of direction finding, 20 zero spans
+    scene.jobs = {{1, 95e6, 105e6, 12.5e3, 1}};
+    scene.bandwidthHz = 50e3;
+    scene.onAir = {heardFrom(burst("data link", 98.9e6, 44, 30e3, {6, 2.4}), 118.4),
+                   heardFrom(carrier("beacon", 96.1e6, 42), 62.5, 12.5),
+                   heardFrom(fm("mobile 1", 97.6e6, 40, 12.5e3), 180, 0, 3),
+                   heardFrom(fm("mobile 2", 103.3e6, 38, 12.5e3), 300, 0, -3),
+                   heardFrom(fm("broadcast", 101.3e6, 58, 150e3), 241, 2),
+                   heardFrom(burst("telemetry", 99.5e6, 34, 40e3, {400, 60}), 15),
+                   heardFrom(burst("pager", 104.4e6, 45, 15e3, {2'000, 350}), 351.2),
+                   heardFrom(hopper("hopper", 101.6e6, 38), 205)};
     return scene;
 }
 
@@ -161,18 +182,20 @@ void checkDirectionFinding(const Scene& scene)
 
 Scene builtinScene(std::string_view name)
 {
+    if (name == "demo")
+        return everything();
     if (name == "band")
         return band();
     if (name == "zerospan")
         return zeroSpan();
     if (name == "df")
         return directionFinding();
-    throw BadScene{fmt::format("expected band, zerospan or df, found '{}'", name)};
+    throw BadScene{fmt::format("expected demo, band, zerospan or df, found '{}'", name)};
 }
 
 Scene sceneNamed(const std::string& nameOrPath)
 {
-    if (nameOrPath == "band" || nameOrPath == "zerospan" || nameOrPath == "df")
+    if (nameOrPath == "demo" || nameOrPath == "band" || nameOrPath == "zerospan" || nameOrPath == "df")
         return builtinScene(nameOrPath);
     return loadScene(nameOrPath);
 }
@@ -192,6 +215,9 @@ void checkScene(const Scene& scene)
                       scene.windowMs);
     case SceneKind::Df:
         return checkDirectionFinding(scene);
+    case SceneKind::Demo:
+        for (const SceneKind part : {SceneKind::Band, SceneKind::Df, SceneKind::ZeroSpan})
+            checkScene(partOf(scene, part));
     }
 }
 

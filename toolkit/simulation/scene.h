@@ -48,7 +48,7 @@ struct Job {
 };
 
 /// What the receiver sends.
-enum class SceneKind : std::uint8_t { Band, ZeroSpan, Df };
+enum class SceneKind : std::uint8_t { Band, ZeroSpan, Df, Demo };
 
 /// Everything that a simulation is made from; with a seed it decides every byte that is sent.
 struct Scene {
@@ -69,6 +69,7 @@ struct Scene {
     // Direction finding.
     std::vector<Job> jobs;
     double qualityFloor = 10;       // percent; below it a channel has no bearing
+    double bearingErrorDeg = 0.5;   // of a strong signal; grows as it sinks into the noise
     double blankingProbability = 0; // of a block
     double overflowProbability = 0;
     int superResolution = 0; // bearings per channel in the super-resolution arrays; 0: none
@@ -81,7 +82,7 @@ struct Scene {
     [[nodiscard]] double stepHz() const { return spanHz / (points - 1); }
 };
 
-/// "band", "zerospan" or "df".
+/// "demo", "band", "zerospan" or "df".
 /// Errors: BadScene for another name.
 [[nodiscard]] Scene builtinScene(std::string_view name);
 

@@ -269,6 +269,7 @@ Scene parseScene(const std::string& json, const std::string& where, const std::s
     members.number("windowMs", scene.windowMs, {0.001, 1e6});
     members.number("bandwidthHz", scene.bandwidthHz, {1, 1e9});
     members.number("qualityFloor", scene.qualityFloor, {0, 100});
+    members.number("bearingErrorDeg", scene.bearingErrorDeg, {0, 180});
     members.number("blankingProbability", scene.blankingProbability, probabilities);
     members.number("overflowProbability", scene.overflowProbability, probabilities);
     members.whole("superResolution", scene.superResolution, 0, 8);
@@ -284,7 +285,7 @@ Scene loadScene(const std::string& path)
     std::ifstream file(path, std::ios::binary);
     std::ostringstream text;
     if (!file || !(text << file.rdbuf()))
-        throw BadScene{fmt::format("{}: expected band, zerospan, df or a readable scene file", path)};
+        throw BadScene{fmt::format("{}: expected demo, band, zerospan, df or a readable scene file", path)};
     return parseScene(text.str(), path, std::filesystem::path(path).parent_path().string());
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "toolkit/simulation/simulationsource.h"
 #include <QByteArray>
+#include <cmath>
 #include <fmt/format.h>
 
 namespace simulation {
@@ -19,6 +20,20 @@ std::unique_ptr<UdpDatagram> datagramOf(const wire::Bytes& bytes)
 }
 
 } // namespace
+
+ScanRangeContainer scanRangesOf(const Scene& scene)
+{
+    ScanRangeContainer ranges;
+    for (const Job& job : scene.jobs) {
+        auto range = std::make_shared<ScanRange>();
+        range->startFrequency = static_cast<quint64>(std::llround(job.startHz));
+        range->stopFrequency = static_cast<quint64>(std::llround(job.stopHz));
+        range->step = job.stepHz;
+        range->jobId = static_cast<quint32>(job.id);
+        ranges.push_back(std::move(range));
+    }
+    return ranges;
+}
 
 SimulationSource::SimulationSource(Scene scene, std::uint64_t seed, double rate)
     : m_simulator(std::move(scene), seed)
@@ -45,6 +60,11 @@ receiver::Source::Facts SimulationSource::facts() const
     facts.name = "sim:" + m_simulator.scene().name;
     facts.state = m_player.isFinished() ? "ended" : m_sink ? "simulating" : "not started";
     return facts;
+}
+
+ScanRangeContainer SimulationSource::scanRanges() const
+{
+    return scanRangesOf(m_simulator.scene());
 }
 
 } // namespace simulation

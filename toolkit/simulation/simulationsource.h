@@ -6,6 +6,9 @@
 
 namespace simulation {
 
+/// What the jobs of a scene scan; none unless it is one of direction finding.
+[[nodiscard]] ScanRangeContainer scanRangesOf(const Scene& scene);
+
 class SimulationSource : public receiver::Source {
     Q_OBJECT
 
@@ -16,6 +19,7 @@ public:
 
     void start(Sink sink) override;
     [[nodiscard]] Facts facts() const override;
+    [[nodiscard]] ScanRangeContainer scanRanges() const override;
 
     /// For faults while it runs, limits and the truth.
     [[nodiscard]] Simulator& simulator() { return m_simulator; }

@@ -33,6 +33,8 @@ const char* kindText(SceneKind kind)
         return "zerospan";
     case SceneKind::Df:
         return "df";
+    case SceneKind::Demo:
+        return "demo";
     }
     return "";
 }
@@ -186,8 +188,12 @@ void Simulator::tell(const Made& made, const wire::Bytes& sound, FaultKind fault
         signal["name"] = seen.name;
         signal["frequencyHz"] = seen.frequencyHz;
         signal["level"] = seen.level;
-        if (seen.azimuthDeg >= 0)
-            signal["azimuthDeg"] = seen.azimuthDeg;
+        if (!seen.direction)
+            continue;
+        signal["azimuthDeg"] = seen.direction->azimuthDeg;
+        signal["elevationDeg"] = seen.direction->elevationDeg;
+        if (seen.direction->quality)
+            signal["quality"] = *seen.direction->quality;
     }
     m_truth(line.dump());
 }

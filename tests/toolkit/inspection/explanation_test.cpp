@@ -119,6 +119,25 @@ TEST(Explanation, ShowsFloatsSmallNumbersAndBytesOfTheDfScanHeader)
     EXPECT_THAT(lines, Contains("24 00 00 00 00 00 00 00 00 .. not interpreted"));
 }
 
+TEST(Explanation, SaysWhatTheFlagsOfADirectionFindingScanMean)
+{
+    const auto flagsLine = [](std::int32_t flags) {
+        wire::OptHeaderWriter header{wire::dfscan::size};
+        header.set(wire::dfscan::dfFlags, flags);
+        for (const std::string& line :
+             explained(DatagramWriter{}.attribute(5301).optHeader(header.bytes()).build())) {
+            if (line.starts_with("124 "))
+                return line;
+        }
+        return std::string{};
+    };
+
+    EXPECT_EQ(flagsLine(0x1001), "124 00 00 10 01 dfFlags 4097: valid, method 1");
+    EXPECT_EQ(flagsLine(0x02007016),
+              "124 02 00 70 16 dfFlags 33583126: not valid, overflow, blanking, end of sweep, polar "
+              "frequency, method 7");
+}
+
 TEST(Explanation, ShowsTheRestOfAHeaderThatIsCutInsideANumber)
 {
     const std::vector<std::string> lines =

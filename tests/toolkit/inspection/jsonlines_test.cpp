@@ -187,6 +187,32 @@ TEST(JsonLines, ShowTheOptionalHeaderAsTheReaderLeavesIt)
                 HasSubstr(R"("optHeader":"0000000100000002","fields":{},"dataEnd":84)"));
 }
 
+TEST(JsonLines, NameTheNumbersOfADirectionFindingHeaderInBothByteOrdersAsFarAsItHoldsThem)
+{
+    namespace layout = wire::dfscan;
+    for (const wire::ByteOrder order : {wire::ByteOrder::Big, wire::ByteOrder::Little}) {
+        wire::OptHeaderWriter header{layout::size, order};
+        header.set(layout::startFrequency, 145'000'000)
+            .set(layout::firstChannel, -3)
+            .set(layout::dfFlags, 0x1013)
+            .set(layout::jobId, 7)
+            .set(layout::eigenValueCount, -2);
+        const std::uint32_t selectors = order == wire::ByteOrder::Little ? 0x20000000 : 0;
+        const std::string line =
+            attributeLine(DatagramWriter{}.attribute(5301).selectors(selectors).optHeader(header.bytes()));
+        EXPECT_THAT(
+            line,
+            HasSubstr(
+                R"(","optHeaderFields":{"startFrequency":145000000,"firstChannel":-3,"stepNumerator":0,)"
+                R"("stepDenominator":0,"span":0,"averagingTimeOffset":0,"dfFlags":4115,"sweepTime":0,)"
+                R"("timestamp":0,"jobId":7,"superResolutionFields":0,"superResolutionCount":0,)"
+                R"("eigenValueCount":-2},"fields":{)"));
+    }
+    EXPECT_THAT(
+        attributeLine(DatagramWriter{}.attribute(5301).optHeader(Bytes(23, 1))),
+        HasSubstr(R"("optHeaderFields":{"startFrequency":72340172838076673,"firstChannel":16843009},)"));
+}
+
 TEST(JsonLines, EndTag401WithItsAttributeOrTheDatagram)
 {
     const DatagramWriter writer =

@@ -65,6 +65,7 @@ TEST_F(Inspect, WritesJsonThatFitsItsSchema)
                             .optHeader(Bytes(6))
                             .bytes(Bytes(200))
                             .build());
+    parts.push_back(wire::DatagramWriter{}.attribute(5301).optHeader(Bytes(74, 0xFF)).build());
     parts.push_back(wire::DatagramWriter{}.attribute(5001).attribute(101).build());
     parts.push_back(wire::DatagramWriter{}.attribute(101).selectors(0xFFFFFFFF).build());
     parts.push_back(wire::DatagramWriter{}.attribute(101).selectors(1).count(9).build());
