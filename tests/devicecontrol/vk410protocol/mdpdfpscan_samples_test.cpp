@@ -162,23 +162,28 @@ Sample plainSample(const dfsamples::RawFields& raw, Sample::Validity validity, s
     return sample;
 }
 
+// Wide vectors where the machine has them, and those that every machine has.
+constexpr auto conversions = {dfsamples::convert, dfsamples::convertNarrow};
+
 TEST(DfSamples, AreThoseOfThePlainLoopForEveryNumber)
 {
     std::vector<short> all(65'536);
     for (std::size_t i = 0; i < all.size(); ++i)
         all[i] = static_cast<short>(i);
     const dfsamples::RawFields raw{all.data(), all.data(), all.data(), all.data(), all.data(), all.data()};
-    std::vector<Sample> samples(all.size());
-    dfsamples::convert(raw, Sample::Validity::Valid, samples);
-    for (std::size_t i = 0; i < all.size(); ++i)
-        ASSERT_EQ(samples[i], plainSample(raw, Sample::Validity::Valid, i)) << i;
+    for (const auto convert : conversions) {
+        std::vector<Sample> samples(all.size());
+        convert(raw, Sample::Validity::Valid, samples);
+        for (std::size_t i = 0; i < all.size(); ++i)
+            ASSERT_EQ(samples[i], plainSample(raw, Sample::Validity::Valid, i)) << i;
+    }
 }
 
 TEST(DfSamples, AreThoseOfThePlainLoopForEveryCountAlignmentAndChoiceOfFields)
 {
     std::mt19937 random{4711};
     for (unsigned choice = 0; choice < 64; ++choice) {
-        for (std::size_t count = 0; count < 34; ++count) {
+        for (std::size_t count = 0; count < 50; ++count) {
             // Exactly as long as the fields, so that a read too far is noticed.
             std::vector<std::vector<unsigned char>> bytes(6);
             std::vector<const short*> field(6, nullptr);
@@ -191,10 +196,13 @@ TEST(DfSamples, AreThoseOfThePlainLoopForEveryCountAlignmentAndChoiceOfFields)
                     field[f] = reinterpret_cast<const short*>(bytes[f].data() + shift);
             }
             const dfsamples::RawFields raw{field[0], field[1], field[2], field[3], field[4], field[5]};
-            std::vector<Sample> samples(count);
-            dfsamples::convert(raw, Sample::Validity::Blanked, samples);
-            for (std::size_t i = 0; i < count; ++i)
-                ASSERT_EQ(samples[i], plainSample(raw, Sample::Validity::Blanked, i)) << choice << " " << i;
+            for (const auto convert : conversions) {
+                std::vector<Sample> samples(count);
+                convert(raw, Sample::Validity::Blanked, samples);
+                for (std::size_t i = 0; i < count; ++i)
+                    ASSERT_EQ(samples[i], plainSample(raw, Sample::Validity::Blanked, i))
+                        << choice << " " << i;
+            }
         }
     }
 }
