@@ -294,6 +294,50 @@ TEST_F(MdpDFPScanSectors, AreThoseOfTheTracesJobAndGoToTheReceiver)
     EXPECT_THAT(log.take(), testing::Contains("SignalAzimuthBlanking").Times(2));
 }
 
+TEST_F(MdpDFPScanSectors, GoWithTheirScanRanges)
+{
+    rx.setFourChannels({{900, 1800}});
+    rx.receive({});
+    EXPECT_EQ(rx.validities(), "2211");
+    EXPECT_THAT(log.take(), testing::Contains("SignalAzimuthBlanking"));
+    rx.setFourChannels();
+    rx.receive({});
+    EXPECT_EQ(rx.validities(), "1111");
+    EXPECT_THAT(log.take(), testing::Not(testing::Contains("SignalAzimuthBlanking")));
+}
+
+// Long blocks are filled piece by piece; nobody may see where a piece ends.
+TEST_F(MdpDFPScanSamples, OfALongBlockAreThoseOfAShortOne)
+{
+    constexpr int count = 5'000;
+    rx.setRanges({scanRange(100'000'000, 100'000'000 + (count - 1) * 1'000, 1'000, 7, {{1500, 1600}})});
+    rx.localSuppress->AddRange(101'020'000, 101'030'000);  // channels 1020 to 1030
+    rx.blankingRanges->AddRange(102'000'000, 104'096'000); // channels 2000 to 4096
+    DfTrace trace;
+    trace.flags = dfflag::valid | dfflag::blanking;
+    trace.stepNumerator = 1'000;
+    trace.superResolutionCount = 1;
+    trace.waves = {{}, {}};
+    for (std::vector<short>* const field : {&trace.azimuth, &trace.quality, &trace.level, &trace.waves[1]}) {
+        field->resize(count);
+        for (int i = 0; i < count; ++i)
+            (*field)[static_cast<std::size_t>(i)] = static_cast<short>(i % 3600);
+    }
+    rx.receive(trace);
+    for (int i = 0; i < count; ++i) {
+        const Sample& sample = rx.at(static_cast<unsigned>(i));
+        const int raw = i % 3600;
+        const bool isInSector = raw >= 1500 && raw <= 1600;
+        const bool isBlanked = isInSector || (i >= 1020 && i <= 1030) || (i >= 2000 && i <= 4096);
+        ASSERT_EQ(sample.getValidity(), isBlanked ? Sample::Validity::Blanked : Sample::Validity::Valid) << i;
+        ASSERT_EQ(sample.getAzimuth(), isInSector ? 0 : raw * 10) << i;
+        ASSERT_EQ(sample.getQuality(), isInSector ? 0 : raw / 10) << i;
+        ASSERT_EQ(sample.getLevel(), static_cast<qint16>(raw * 10)) << i;
+        ASSERT_EQ(sample.getSuperResolutionSample()->getAzimuth(0), raw * 10) << i;
+    }
+    EXPECT_THAT(log.take(), testing::Contains("SignalFrequencyBlanking").Times(1));
+}
+
 TEST_F(MdpDFPScanSectors, WithoutAnyTheReceiverGetsNoScanRange)
 {
     rx.setFourChannels();
