@@ -5,7 +5,7 @@
 #include <cstring>
 
 // Two versions, the wide one for machines that have vectors of 32 bytes.
-#if defined(__x86_64__) && defined(__GNUC__) && !defined(VK410_PLAIN_LOOPS)
+#if defined(__x86_64__) && defined(__GNUC__)
 #define VK410_WIDE_VECTORS
 #endif
 
