@@ -24,36 +24,65 @@ const std::vector<Line>& lines()
     static const std::vector<Line> all{
         {"datagrams", "datagrams", "datagrams received", &C::datagrams, false},
         {"wire lost", "wire_lost",
-         "sequence numbers that never came: look at the network, or at kernel below", &C::wireLost, true},
-        {"wire duplicates", "wire_duplicates", "datagrams that came twice: look for a second route or mirror",
+         "sequence numbers that never came: 'ip -s link' shows what network cards dropped, kernel below what "
+         "this "
+         "machine did",
+         &C::wireLost, true},
+        {"wire duplicates", "wire_duplicates",
+         "datagrams that came twice, by a second route or mirror: 'vk410 record' keeps who sent them",
          &C::wireDuplicates, true},
-        {"wire reordered", "wire_reordered", "datagrams that came after a later one", &C::wireReordered,
-         true},
+        {"wire reordered", "wire_reordered",
+         "datagrams that came after a later one: 'ip route' shows whether there are several ways",
+         &C::wireReordered, true},
         {"kernel", "kernel_dropped",
-         "dropped by the system because the socket's buffer was full: sysctl -w net.core.rmem_max=8388608",
+         "dropped by the system because the socket's buffer was full: 'sudo sysctl -w "
+         "net.core.rmem_max=8388608'",
          &C::kernelDropped, true},
-        {"framing", "framing", "TCP streams given up at an impossible length: is this the mass-data port?",
+        {"framing", "framing",
+         "TCP streams given up at an impossible length: is this the mass-data port? 'vk410 monitor "
+         "tcp://HOST:PORT' "
+         "takes another",
          &C::framing, true},
-        {"invalid", "invalid", "datagrams without the magic: is something else sending to this port?",
+        {"invalid", "invalid",
+         "datagrams without the magic: is something else sending? 'sudo tcpdump -c 3 -Xni any port PORT' "
+         "shows who",
          &C::invalid, true},
         {"selector errors", "malformed_selector",
-         "attributes with a refused selector word; the rest of their datagram is "
-         "dropped: vk410 inspect --explain shows one",
+         "attributes with a refused selector word, and the rest of their datagrams: 'vk410 record SOURCE -o "
+         "a.pcap', "
+         "then 'vk410 inspect a.pcap --json' names them",
          &C::selectorErrors, true},
         {"truncated", "malformed_truncated",
-         "attributes that would leave their datagram: vk410 inspect --explain shows one", &C::truncated,
-         true},
-        {"unknown tag", "unknown_tag", "attributes of a kind that the library does not know", &C::unknownTag,
-         true},
+         "attributes that would leave their datagram: 'vk410 record SOURCE -o a.pcap', then 'vk410 inspect "
+         "a.pcap "
+         "--json' names them",
+         &C::truncated, true},
+        {"unknown tag", "unknown_tag",
+         "attributes of a kind that the library does not know: 'vk410 record SOURCE -o a.pcap', then 'vk410 "
+         "inspect "
+         "a.pcap' lists the tags",
+         &C::unknownTag, true},
         {"unrouted", "unrouted",
-         "attributes for which no processor is registered: see the tags of the session", &C::unrouted, true},
-        {"not accepted", "not_accepted", "attributes that their processor dropped", &C::notAccepted, true},
+         "attributes for which no processor is registered: 'vk410 monitor SOURCE --panorama-tag TAG' takes "
+         "another "
+         "tag, and so do --zero-span-tag and --df-tag",
+         &C::unrouted, true},
+        {"not accepted", "not_accepted",
+         "attributes that their processor dropped: 'vk410 monitor SOURCE --scan-range JOB:START-STOP/STEP' "
+         "says what a "
+         "direction finder scans",
+         &C::notAccepted, true},
         {"delivered", "delivered", "attributes that their processor took", &C::delivered, false},
         {"map writes", "map_writes", "traces written into a map", &C::mapWrites, false},
-        {"map rejected", "map_rejected", "traces that a map refused", &C::mapRejected, true},
+        {"map rejected", "map_rejected",
+         "traces that a map refused: 'vk410 record SOURCE -o a.pcap', then 'vk410 inspect a.pcap' shows "
+         "their sizes",
+         &C::mapRejected, true},
         {"viewer skipped", "viewer_skipped", "frames that a slow viewer did not get; the data is not lost",
          &C::viewerSkipped, false},
-        {"recorder skipped", "recorder_skipped", "datagrams that the disk was too slow for",
+        {"recorder skipped", "recorder_skipped",
+         "datagrams that the disk was too slow for: 'iostat -x 1' shows how busy it is, --record takes "
+         "another",
          &C::recorderSkipped, true},
         {"mirror disconnected", "mirror_disconnected", "mirror clients cut because they did not read",
          &C::mirrorDisconnected, false},

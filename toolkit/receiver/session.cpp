@@ -204,6 +204,7 @@ Status Session::status() const
         const Source::Facts facts = m_source->facts();
         status.source = facts.name;
         status.state = facts.state;
+        status.silence = facts.silence;
     }
     const values::ChannelRangeDefinition& grid = m_values.ifPanorama->GetChannelRangeDefinition();
     if (grid.GetChannelCount() != 0) {

@@ -49,6 +49,7 @@ struct SessionOptions {
 struct Status {
     std::string source;
     std::string state;
+    std::string silence; // what to look at when nothing arrives
     double centreHz = 0;
     double spanHz = 0;
     unsigned int channels = 0;

@@ -36,7 +36,8 @@ public:
         quint64 kernelDropped = 0; // UDP
         int bufferAsked = 0;       // UDP: bytes of the socket's buffer
         int bufferGranted = 0;
-        std::string advice; // a command that helps, or empty
+        std::string advice;  // a command that helps, or empty
+        std::string silence; // what to look at when nothing arrives, with a command; empty: nothing
     };
 
     /// Begins; datagrams go to `sink` from the event loop.

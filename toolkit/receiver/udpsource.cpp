@@ -51,6 +51,10 @@ Source::Facts UdpSource::facts() const
         fmt::format("udp {}{}:{}", m_spec.group.isNull() ? "" : m_spec.group.toString().toStdString() + "@",
                     m_spec.address.isNull() ? "any" : m_spec.address.toString().toStdString(), m_spec.port);
     facts.bufferAsked = m_bufferBytes;
+    facts.silence =
+        fmt::format("does the receiver send to UDP port {} of this machine? 'sudo tcpdump -c 3 -ni any udp "
+                    "port {}' shows what comes, 'ip address' where to",
+                    m_spec.port, m_spec.port);
     if (!m_socket) {
         facts.state = "not started";
         return facts;
