@@ -4,10 +4,11 @@
 #include "nqbase/nqexception.h"
 #include "toolkit/ledger/ledger.h"
 #include "values/fastvaluemap.h"
+#include <functional>
 
 namespace receiver {
 
-/// A value map whose writes and refusals are counted.
+/// A value map whose writes and refusals are counted, and whose finished scans somebody may want to know of.
 template <typename T, typename Handler>
 class CountedMap : public values::FastValueMap<T, Handler> {
     using Map = values::FastValueMap<T, Handler>;
@@ -29,8 +30,20 @@ public:
         m_ledger.mapWritten();
     }
 
+    /// Called at the end of each scan, when its values and stamp can be read.
+    void onScan(std::function<void()> listener) { m_onScan = std::move(listener); }
+
+protected:
+    void scanFinished() override
+    {
+        Map::scanFinished();
+        if (m_onScan)
+            m_onScan();
+    }
+
 private:
     ledger::Ledger& m_ledger;
+    std::function<void()> m_onScan;
 };
 
 using CountedLevelMap = CountedMap<short, values::levelHandler>;

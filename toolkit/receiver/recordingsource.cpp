@@ -2,6 +2,7 @@
 #include "toolkit/receiver/recordingsource.h"
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <fmt/format.h>
 
 namespace receiver {
@@ -33,6 +34,7 @@ RecordingSource::RecordingSource(std::string path, const Playback& playback)
 
 RecordingSource::~RecordingSource()
 {
+    m_stopIndexing = true;
     if (m_oldClock)
         TavoOS::Install(m_oldClock);
 }
@@ -41,37 +43,50 @@ void RecordingSource::start(Sink sink)
 {
     m_sink = std::move(sink);
     m_oldClock = TavoOS::Install(m_clock);
-    open();
+    begin(opened(), m_playback.fromSeconds);
+}
+
+std::unique_ptr<recording::DatagramSource> RecordingSource::opened()
+{
+    std::unique_ptr<recording::DatagramSource> recording = recording::openRecording(m_path, {});
+    recording->onProblem([this](const recording::Problem& problem) {
+        emit said(QString::fromStdString(m_path + ": " + text(problem)));
+    });
+    return recording;
+}
+
+void RecordingSource::begin(std::unique_ptr<recording::DatagramSource> recording, double fromSeconds)
+{
+    m_recording = std::move(recording);
+    m_state = "playing";
+    m_hasEnded = false;
+    m_skipBefore = fromSeconds;
+    m_playedThisRound = 0;
+    readNext();
+    m_position = fromSeconds;
+    countFromHere();
     m_timer.start(0);
 }
 
-void RecordingSource::open()
+// The recording's time goes on from where the playback is.
+void RecordingSource::countFromHere()
 {
-    m_recording = recording::openRecording(m_path, {});
-    m_recording->onProblem([this](const recording::Problem& problem) {
-        emit said(QString::fromStdString(m_path + ": " + text(problem)));
-    });
-    m_state = "playing";
-    m_firstNs.reset();
-    m_playedThisRound = 0;
-    readNext();
-    m_sinceStart.start();
+    m_anchor = m_position;
+    m_sinceAnchor.start();
 }
 
-// The next datagram of the range.
+// The next datagram, also one that is not played.
 void RecordingSource::readNext()
 {
     try {
-        do {
-            m_next = m_recording->next();
-            if (m_next && !m_firstNs)
-                m_firstNs = m_next->receivedNs.value_or(0);
-        } while (m_next && secondsInto(*m_next) < m_playback.fromSeconds);
+        m_next = m_recording->next();
     } catch (const recording::BadFile& bad) {
         emit said(QString::fromUtf8(bad.what()));
         m_failed = true;
         m_next.reset();
     }
+    if (m_next && !m_firstNs)
+        m_firstNs = m_next->receivedNs.value_or(0);
     if (m_next && m_playback.untilSeconds && secondsInto(*m_next) >= *m_playback.untilSeconds)
         m_next.reset();
 }
@@ -83,12 +98,12 @@ double RecordingSource::secondsInto(const recording::Datagram& datagram) const
 
 qint64 RecordingSource::millisecondsUntilDue() const
 {
-    if (m_paused)
+    if (m_isFull)
         return 1;
     if (m_playback.rate <= 0.0 || !m_next->receivedNs)
         return 0;
-    const double dueMs = (secondsInto(*m_next) - m_playback.fromSeconds) * 1e3 / m_playback.rate;
-    const double waitMs = dueMs - static_cast<double>(m_sinceStart.elapsed());
+    const double dueMs = (secondsInto(*m_next) - m_anchor) * 1e3 / m_playback.rate;
+    const double waitMs = dueMs - static_cast<double>(m_sinceAnchor.elapsed());
     return static_cast<qint64>(std::clamp(waitMs, 0.0, static_cast<double>(longestPauseMilliseconds)));
 }
 
@@ -96,19 +111,31 @@ void RecordingSource::play()
 {
     QElapsedTimer turn;
     turn.start();
-    while (m_next && millisecondsUntilDue() == 0 && !turn.hasExpired(millisecondsPerTurn)) {
-        recording::Datagram datagram = std::move(*m_next);
-        m_clock->set(datagram.receivedNs.value_or(0));
-        m_sink({std::make_unique<UdpDatagram>(std::make_unique<QByteArray>(std::move(datagram.bytes))),
-                datagram.receivedNs.value_or(0), datagram.origin});
-        ++m_played;
-        ++m_playedThisRound;
-        readNext();
+    while (m_next && !turn.hasExpired(millisecondsPerTurn)) {
+        if (secondsInto(*m_next) < m_skipBefore)
+            readNext();
+        else if (!m_isPaused && millisecondsUntilDue() == 0)
+            playNext();
+        else
+            break;
     }
-    if (m_next)
-        m_timer.start(static_cast<int>(millisecondsUntilDue()));
-    else
-        end();
+    if (!m_next)
+        return end();
+    const bool isSkipping = secondsInto(*m_next) < m_skipBefore;
+    if (isSkipping || !m_isPaused)
+        m_timer.start(isSkipping ? 0 : static_cast<int>(millisecondsUntilDue()));
+}
+
+void RecordingSource::playNext()
+{
+    recording::Datagram datagram = std::move(*m_next);
+    m_clock->set(datagram.receivedNs.value_or(0));
+    m_position = secondsInto(datagram);
+    m_sink({std::make_unique<UdpDatagram>(std::make_unique<QByteArray>(std::move(datagram.bytes))),
+            datagram.receivedNs.value_or(0), datagram.origin});
+    ++m_played;
+    ++m_playedThisRound;
+    readNext();
 }
 
 void RecordingSource::end()
@@ -116,13 +143,68 @@ void RecordingSource::end()
     // A round without a datagram would be followed by the next one at once.
     if (m_playback.loop && !m_failed && m_playedThisRound != 0) {
         emit restarted();
-        open();
-        m_timer.start(0);
-        return;
+        return begin(opened(), m_playback.fromSeconds);
     }
     m_state = "played to its end";
+    m_hasEnded = true;
     emit said(QString::fromStdString(fmt::format("{}: {} datagrams played", m_path, m_played)));
     emit finished();
+}
+
+void RecordingSource::setPaused(bool isPaused)
+{
+    if (isPaused == m_isPaused)
+        return;
+    m_isPaused = isPaused;
+    if (!isPaused && !m_hasEnded) {
+        countFromHere();
+        m_timer.start(0);
+    }
+    emit playbackChanged();
+}
+
+void RecordingSource::step()
+{
+    const bool isReady = m_isPaused && m_next && secondsInto(*m_next) >= m_skipBefore;
+    if (!isReady)
+        return;
+    playNext();
+    if (!m_next)
+        end();
+    emit playbackChanged();
+}
+
+void RecordingSource::seek(double seconds)
+{
+    std::unique_ptr<recording::DatagramSource> recording = opened();
+    emit restarted();
+    begin(std::move(recording), seconds);
+    emit playbackChanged();
+}
+
+void RecordingSource::setSpeed(double speed)
+{
+    m_playback.rate = speed;
+    countFromHere();
+    if (!m_isPaused && !m_hasEnded)
+        m_timer.start(0);
+    emit playbackChanged();
+}
+
+void RecordingSource::makeIndex()
+{
+    m_index = std::async(std::launch::async, [this, path = m_path] {
+        return std::shared_ptr<const RecordingIndex>(
+            std::make_shared<RecordingIndex>(indexRecording(path, m_stopIndexing)));
+    });
+}
+
+PlaybackState RecordingSource::playback() const
+{
+    PlaybackState state{m_isPaused, m_hasEnded, m_playback.rate, m_position, nullptr};
+    if (m_index.valid() && m_index.wait_for(std::chrono::seconds(0)) == std::future_status::ready)
+        state.index = m_index.get();
+    return state;
 }
 
 Source::Facts RecordingSource::facts() const

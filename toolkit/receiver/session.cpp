@@ -156,6 +156,7 @@ void Session::run(std::unique_ptr<Source> source)
 {
     m_source = std::move(source);
     m_source->setObserver(&m_ledger);
+    m_source->setSendersWanted(!m_taps.empty());
     if (!m_hasScanRanges)
         beginDfScan(m_source->scanRanges());
     connect(m_source.get(), &Source::said, this, &Session::said);
@@ -167,9 +168,17 @@ void Session::run(std::unique_ptr<Source> source)
     m_source->start([this](Received received) { take(std::move(received)); });
 }
 
+void Session::addTap(Tap tap)
+{
+    m_taps.push_back(std::move(tap));
+    if (m_source)
+        m_source->setSendersWanted(true);
+}
+
 void Session::take(Received received)
 {
     m_sinceLast.start();
+    m_lastReceivedNs = received.receivedNs;
     for (const Tap& tap : m_taps)
         tap(received);
     try {

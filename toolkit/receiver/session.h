@@ -80,12 +80,18 @@ public:
     void take(Received received);
 
     /// Adds a listener in front of the library: a recorder.
-    void addTap(Tap tap) { m_taps.push_back(std::move(tap)); }
+    void addTap(Tap tap);
 
     [[nodiscard]] Source* source() { return m_source.get(); }
     [[nodiscard]] ReceiverValues& values() { return m_values; }
     [[nodiscard]] MdpIfpan& ifPanorama() { return *m_ifpan; }
     [[nodiscard]] Status status() const;
+
+    /// When the last datagram was received: ns since 1970, of a recording its own; 0: none yet.
+    [[nodiscard]] qint64 lastReceivedNs() const { return m_lastReceivedNs; }
+
+    /// Datagrams that sequence numbers say are missing.
+    [[nodiscard]] quint64 lostOnTheWire() const { return m_ledger.counters().wireLost; }
 
     /// The processor of direction-finding scans, for its signals; null where the SCIF variant takes them.
     [[nodiscard]] MdpDFPScan* dfScan() { return dynamic_cast<MdpDFPScan*>(m_df.get()); }
@@ -120,6 +126,7 @@ private:
     std::vector<Tap> m_taps;
     std::unique_ptr<Source> m_source; // goes first: it feeds the others
     QElapsedTimer m_sinceLast;
+    qint64 m_lastReceivedNs = 0;
     quint64 m_traces = 0;
 };
 

@@ -51,6 +51,10 @@ public:
     /// Who is told about broken streams and cut mirror clients.
     virtual void setObserver(IMassDataObserver* /*observer*/) {}
 
+    /// Whether `Received::origin` has to name who sent a datagram; true at first. Asking the system for it
+    /// costs as much as a fifth of the reception of a small packet.
+    virtual void setSendersWanted(bool /*areWanted*/) {}
+
     /// Mirrors the stream on `place`; TCP sources only.
     /// Errors: std::runtime_error.
     virtual void startMirror(const ListenSpec& place);

@@ -21,7 +21,7 @@ std::optional<std::uint16_t> portIn(std::string_view text)
 {
     std::uint16_t port = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
-    if (error != std::errc{} || end != text.data() + text.size() || port == 0)
+    if (error != std::errc{} || end != text.data() + text.size())
         return std::nullopt;
     return port;
 }
@@ -31,14 +31,15 @@ struct HostAndPort {
     std::uint16_t port;
 };
 
-HostAndPort split(const std::string& text, std::string_view rest, std::string_view form)
+HostAndPort split(const std::string& text, std::string_view rest, std::string_view form,
+                  std::uint16_t lowestPort = 1)
 {
     const std::size_t colon = rest.rfind(':');
     if (colon == std::string_view::npos)
         refuse(text, form, "the port is missing");
     const std::optional<std::uint16_t> port = portIn(rest.substr(colon + 1));
-    if (!port)
-        refuse(text, form, fmt::format("'{}' is no port (1 to 65535)", rest.substr(colon + 1)));
+    if (!port || *port < lowestPort)
+        refuse(text, form, fmt::format("'{}' is no port ({} to 65535)", rest.substr(colon + 1), lowestPort));
     std::string_view host = rest.substr(0, colon);
     if (host.size() >= 2 && host.front() == '[' && host.back() == ']')
         host = host.substr(1, host.size() - 2);
@@ -107,10 +108,10 @@ SourceSpec parseSource(const std::string& text)
     return spec;
 }
 
-ListenSpec parseListen(const std::string& text)
+ListenSpec parseListen(const std::string& text, std::uint16_t lowestPort)
 {
     constexpr std::string_view form = "address:port, for example 127.0.0.1:7000";
-    const HostAndPort place = split(text, text, form);
+    const HostAndPort place = split(text, text, form, lowestPort);
     const QHostAddress address =
         place.host.empty() ? QHostAddress(QHostAddress::LocalHost) : addressIn(text, place.host, form);
     return {address, place.port};

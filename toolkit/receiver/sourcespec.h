@@ -27,12 +27,13 @@ struct SourceSpec {
 /// Errors: BadSource.
 [[nodiscard]] SourceSpec parseSource(const std::string& text);
 
-/// "address:port" of a place to listen on, as `--mirror` takes it; the address may be missing: loopback.
+/// "address:port" of a place to listen on, as `--mirror` takes it; the address may be missing: loopback. With
+/// `lowestPort` 0, the port may be 0: a free one.
 /// Errors: BadSource.
 struct ListenSpec {
     QHostAddress address;
     std::uint16_t port;
 };
-[[nodiscard]] ListenSpec parseListen(const std::string& text);
+[[nodiscard]] ListenSpec parseListen(const std::string& text, std::uint16_t lowestPort = 1);
 
 } // namespace receiver

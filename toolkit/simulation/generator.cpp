@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "toolkit/simulation/generator.h"
 #include "toolkit/simulation/bandgenerator.h"
+#include "toolkit/simulation/demogenerator.h"
 #include "toolkit/simulation/dfgenerator.h"
 #include "toolkit/simulation/iqgenerator.h"
 #include "toolkit/simulation/zerospangenerator.h"
@@ -20,6 +21,8 @@ std::unique_ptr<Generator> makeGenerator(const Scene& scene, std::uint64_t seed)
         return std::make_unique<ZeroSpanGenerator>(scene, seed);
     case SceneKind::Df:
         return std::make_unique<DfGenerator>(scene, seed);
+    case SceneKind::Demo:
+        return std::make_unique<DemoGenerator>(scene, seed);
     }
     return nullptr;
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "toolkit/simulation/scene.h"
-#include "toolkit/simulation/dfgenerator.h"
+#include "toolkit/simulation/demogenerator.h"
 #include <cmath>
 #include <fmt/format.h>
 
@@ -113,6 +113,26 @@ Scene directionFinding()
     return scene;
 }
 
+// One of everything that a visitor should see, panorama and direction finder on the same frequencies.
+Scene everything()
+{
+    Scene scene;
+    scene.name = "demo";
+    scene.kind = SceneKind::Demo;
+    scene.rate = 120; // 60 panoramas, 40 blocks of direction finding, 20 zero spans
+    scene.jobs = {{1, 95e6, 105e6, 12.5e3, 1}};
+    scene.bandwidthHz = 50e3;
+    scene.onAir = {heardFrom(burst("data link", 98.9e6, 44, 30e3, {6, 2.4}), 118.4),
+                   heardFrom(carrier("beacon", 96.1e6, 42), 62.5, 12.5),
+                   heardFrom(fm("mobile 1", 97.6e6, 40, 12.5e3), 180, 0, 3),
+                   heardFrom(fm("mobile 2", 103.3e6, 38, 12.5e3), 300, 0, -3),
+                   heardFrom(fm("broadcast", 101.3e6, 58, 150e3), 241, 2),
+                   heardFrom(burst("telemetry", 99.5e6, 34, 40e3, {400, 60}), 15),
+                   heardFrom(burst("pager", 104.4e6, 45, 15e3, {2'000, 350}), 351.2),
+                   heardFrom(hopper("hopper", 101.6e6, 38), 205)};
+    return scene;
+}
+
 // What can be told of two numbers that must agree.
 void expect(bool holds, const Scene& scene, const char* field, const std::string& expected, double found)
 {
@@ -162,18 +182,20 @@ void checkDirectionFinding(const Scene& scene)
 
 Scene builtinScene(std::string_view name)
 {
+    if (name == "demo")
+        return everything();
     if (name == "band")
         return band();
     if (name == "zerospan")
         return zeroSpan();
     if (name == "df")
         return directionFinding();
-    throw BadScene{fmt::format("expected band, zerospan or df, found '{}'", name)};
+    throw BadScene{fmt::format("expected demo, band, zerospan or df, found '{}'", name)};
 }
 
 Scene sceneNamed(const std::string& nameOrPath)
 {
-    if (nameOrPath == "band" || nameOrPath == "zerospan" || nameOrPath == "df")
+    if (nameOrPath == "demo" || nameOrPath == "band" || nameOrPath == "zerospan" || nameOrPath == "df")
         return builtinScene(nameOrPath);
     return loadScene(nameOrPath);
 }
@@ -193,6 +215,9 @@ void checkScene(const Scene& scene)
                       scene.windowMs);
     case SceneKind::Df:
         return checkDirectionFinding(scene);
+    case SceneKind::Demo:
+        for (const SceneKind part : {SceneKind::Band, SceneKind::Df, SceneKind::ZeroSpan})
+            checkScene(partOf(scene, part));
     }
 }
 

@@ -48,7 +48,7 @@ struct Job {
 };
 
 /// What the receiver sends.
-enum class SceneKind : std::uint8_t { Band, ZeroSpan, Df };
+enum class SceneKind : std::uint8_t { Band, ZeroSpan, Df, Demo };
 
 /// Everything that a simulation is made from; with a seed it decides every byte that is sent.
 struct Scene {
@@ -82,7 +82,7 @@ struct Scene {
     [[nodiscard]] double stepHz() const { return spanHz / (points - 1); }
 };
 
-/// "band", "zerospan" or "df".
+/// "demo", "band", "zerospan" or "df".
 /// Errors: BadScene for another name.
 [[nodiscard]] Scene builtinScene(std::string_view name);
 

@@ -285,7 +285,7 @@ Scene loadScene(const std::string& path)
     std::ifstream file(path, std::ios::binary);
     std::ostringstream text;
     if (!file || !(text << file.rdbuf()))
-        throw BadScene{fmt::format("{}: expected band, zerospan, df or a readable scene file", path)};
+        throw BadScene{fmt::format("{}: expected demo, band, zerospan, df or a readable scene file", path)};
     return parseScene(text.str(), path, std::filesystem::path(path).parent_path().string());
 }
 

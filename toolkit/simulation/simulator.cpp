@@ -33,6 +33,8 @@ const char* kindText(SceneKind kind)
         return "zerospan";
     case SceneKind::Df:
         return "df";
+    case SceneKind::Demo:
+        return "demo";
     }
     return "";
 }

@@ -36,7 +36,7 @@ public:
     Simulator& operator=(const Simulator&) = delete;
     ~Simulator();
 
-    /// "band", "zerospan" or "df". Errors: BadScene.
+    /// "demo", "band", "zerospan" or "df". Errors: BadScene.
     [[nodiscard]] static Scene builtinScene(std::string_view name);
     /// The scene in a JSON file. Errors: BadScene.
     [[nodiscard]] static Scene loadScene(const std::string& path);

@@ -4,8 +4,19 @@
 #include <cstdio>
 #include <exception>
 #include <fmt/format.h>
+#include <memory>
 
 namespace {
+
+// The empty line that hidden options leave would make the help of a verb too long for a screen.
+class HelpFormatter : public CLI::Formatter {
+public:
+    std::string make_help(const CLI::App* app, std::string name, CLI::AppFormatMode mode) const override
+    {
+        return CLI::detail::find_and_replace(Formatter::make_help(app, std::move(name), mode), "\n\n\n",
+                                             "\n\n");
+    }
+};
 
 int usageError(const CLI::App& program, const CLI::ParseError& error)
 {
@@ -20,6 +31,7 @@ int parseAndRun(int argc, char** argv)
 {
     CLI::App program{"Mass data of VK410 monitoring receivers", "vk410"};
     program.require_subcommand(1);
+    program.formatter(std::make_shared<HelpFormatter>());
     program.set_version_flag("--version", "vk410 " VK410_VERSION);
     program.footer("'vk410 VERB --help' tells more, with examples.\n"
                    "Exit codes: 0 done, 1 data lost or not sound, 2 failed or wrong usage.");

@@ -11,6 +11,7 @@ namespace verbs {
 namespace {
 
 constexpr int secondMilliseconds = 1'000;
+constexpr std::uint16_t defaultPagePort = 4410;
 
 std::string frequencyText(double hertz)
 {
@@ -33,6 +34,16 @@ void say(const std::string& line)
 
 } // namespace
 
+void PageOptions::addTo(CLI::App& verb)
+{
+    verb.add_flag("--headless", headless, "no page");
+    verb.add_option("--listen", listen,
+                    "serve the page on ADDRESS:PORT; 127.0.0.1:4410, or a free port, if not given")
+        ->type_name("ADDRESS:PORT");
+    // For work on the page itself.
+    verb.add_option("--page-folder", folder)->group("");
+}
+
 Monitoring::Monitoring(std::unique_ptr<receiver::Source> source, const MonitorOptions& options)
     : m_options(options)
     , m_session(options.session)
@@ -40,7 +51,9 @@ Monitoring::Monitoring(std::unique_ptr<receiver::Source> source, const MonitorOp
 {
     QObject::connect(&m_session, &receiver::Session::said,
                      [](const QString& text) { say(text.toStdString()); });
-    QObject::connect(&m_session, &receiver::Session::finished, [] { QCoreApplication::quit(); });
+    // A page stays to be looked at.
+    if (options.page.headless || options.seconds > 0)
+        QObject::connect(&m_session, &receiver::Session::finished, [] { QCoreApplication::quit(); });
     if (!options.mirror.empty())
         m_source->startMirror(receiver::parseListen(options.mirror));
     if (!options.recordTo.empty()) {
@@ -58,10 +71,51 @@ Monitoring::Monitoring(std::unique_ptr<receiver::Source> source, const MonitorOp
     QObject::connect(&m_timer, &QTimer::timeout, [this] { tick(); });
 }
 
-int Monitoring::run()
+void Monitoring::servePage(pageserver::About about, pageserver::Surroundings surroundings)
+{
+    if (m_options.page.headless)
+        return;
+    if (auto* const recording = dynamic_cast<receiver::RecordingSource*>(m_source.get()))
+        recording->makeIndex();
+    about.program = "vk410 " VK410_VERSION;
+    surroundings.counters = [this] { return counters(); };
+    surroundings.recorder = [this]() -> std::optional<pageserver::RecorderState> {
+        if (!m_recorder)
+            return std::nullopt;
+        return pageserver::RecorderState{m_options.recordTo, m_recorder->skipped()};
+    };
+    pageserver::Options options;
+    options.about = std::move(about);
+    options.folder = QString::fromStdString(m_options.page.folder);
+    const auto serve = [&] {
+        m_page = std::make_unique<pageserver::PageServer>(m_session, options, surroundings);
+    };
+    if (!m_options.page.listen.empty()) {
+        const receiver::ListenSpec place = receiver::parseListen(m_options.page.listen, 0);
+        options.address = place.address;
+        options.port = place.port;
+        return serve();
+    }
+    try {
+        options.port = defaultPagePort;
+        serve();
+    } catch (const std::runtime_error&) { // somebody has it: any other will do
+        options.port = 0;
+        serve();
+    }
+}
+
+std::string Monitoring::pageUrl() const
+{
+    return m_page ? m_page->url() : std::string{};
+}
+
+int Monitoring::run(const std::string& announcement)
 {
     const StopSignals stop;
     m_session.run(std::move(m_source));
+    if (!announcement.empty())
+        say(announcement);
     m_sinceTick.start();
     m_timer.start(secondMilliseconds);
     if (m_options.seconds > 0)

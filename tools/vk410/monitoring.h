@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 #pragma once
-// A session with its status line, recorder and metrics, as monitor and demo run it.
+// A session with its page, status line, recorder and metrics, as monitor and demo run it.
+#include "toolkit/pageserver/pageserver.h"
 #include "toolkit/receiver/session.h"
 #include "toolkit/recording/recorder.h"
 #include "tools/vk410/metricsserver.h"
+#include <CLI/CLI.hpp>
 #include <QElapsedTimer>
 #include <QTimer>
 #include <memory>
@@ -12,7 +14,18 @@
 
 namespace verbs {
 
+/// How the live page is served.
+struct PageOptions {
+    bool headless = false;
+    std::string listen; // ADDRESS:PORT; empty: loopback, port 4410 or a free one
+    std::string folder; // of the page's files; empty: those in the program
+
+    /// Adds --headless, --listen and --page-folder to a verb.
+    void addTo(CLI::App& verb);
+};
+
 struct MonitorOptions {
+    PageOptions page;
     bool stats = false; // a JSON object with all counters each second, on stdout
     std::string mirror;
     std::string recordTo;
@@ -26,11 +39,18 @@ class Monitoring {
 public:
     Monitoring(std::unique_ptr<receiver::Source> source, const MonitorOptions& options);
 
-    /// Runs the event loop; prints the ledger when it ends.
+    /// Runs the event loop; says `announcement` once the source has been started, prints the ledger at the end.
     /// Result: an ExitCode.
-    int run();
+    int run(const std::string& announcement);
 
     [[nodiscard]] receiver::Session& session() { return m_session; }
+
+    /// Serves the page, unless it is not wanted. `about` and `surroundings` say what only the verb knows.
+    /// Errors: std::runtime_error when the place is taken.
+    void servePage(pageserver::About about, pageserver::Surroundings surroundings);
+
+    /// "http://127.0.0.1:4410"; empty without a page.
+    [[nodiscard]] std::string pageUrl() const;
 
 private:
     void tick();
@@ -46,6 +66,7 @@ private:
     QTimer m_timer;
     QElapsedTimer m_sinceTick;
     receiver::Status m_last;
+    std::unique_ptr<pageserver::PageServer> m_page; // goes first: it looks at all of them
 };
 
 } // namespace verbs

@@ -16,8 +16,7 @@ namespace verbs {
 namespace {
 
 struct Arguments {
-    std::string scene = "band";
-    bool headless = true; // accepted, so that command lines hold when there is a page
+    std::string scene = "demo";
     double drop = 0;
     DfOptions df;
     MonitorOptions options;
@@ -49,19 +48,26 @@ int demo(const Arguments& arguments)
     arguments.df.apply(options.session);
     if (options.session.scanRanges.empty())
         options.session.scanRanges = simulation::scanRangesOf(scene);
-    Monitoring monitoring{openSource(fmt::format("udp://127.0.0.1:{}", port), {}), options};
-    sending::UdpSender sender{QHostAddress(QHostAddress::LocalHost), port};
     simulation::Simulator simulator{scene, 1};
     simulation::Faults faults;
     faults.drop = arguments.drop;
     simulator.setFaults(faults);
+    Monitoring monitoring{openSource(fmt::format("udp://127.0.0.1:{}", port), {}), options};
+    sending::UdpSender sender{QHostAddress(QHostAddress::LocalHost), port};
     simulation::Player player{
         simulator, 1.0, [&sender](const simulation::Emission& emission) { sender.send(emission.bytes); }};
-    fmt::print(stderr, "simulator ({}) -> udp 127.0.0.1:{} -> monitor (Ctrl-C stops both)\n", arguments.scene,
-               port);
+    monitoring.servePage(
+        {.isDemo = true},
+        {.faults =
+             [&simulator] {
+                 return pageserver::InjectedFaults{simulator.faults(), simulator.faultCounts()};
+             },
+         .setFaults = [&simulator](const simulation::Faults& wanted) { simulator.setFaults(wanted); }});
+    const std::string page = monitoring.pageUrl();
     // Once the session listens.
     QTimer::singleShot(100, &player, &simulation::Player::start);
-    return monitoring.run();
+    return monitoring.run(fmt::format("simulator → udp 127.0.0.1:{} → monitor{}{} (Ctrl-C stops both)", port,
+                                      page.empty() ? "" : " ", page));
 }
 
 } // namespace
@@ -71,8 +77,8 @@ void addDemo(CLI::App& program, Run& run)
     CLI::App* const verb =
         program.add_subcommand("demo", "simulated receiver and monitor in one command, until Ctrl-C");
     const auto arguments = std::make_shared<Arguments>();
-    verb->add_option("SCENE", arguments->scene, "band, zerospan, df, or a scene file; band if none is given");
-    verb->add_flag("--headless", arguments->headless, "no page; the only way so far");
+    verb->add_option("SCENE", arguments->scene, "demo (default), band, zerospan, df, or a scene file");
+    arguments->options.page.addTo(*verb);
     verb->add_option("--for", arguments->options.seconds, "stop after SECONDS")->type_name("SECONDS");
     verb->add_option("--drop", arguments->drop, "lose datagrams with probability P on the way")
         ->check(CLI::Range(0.0, 1.0))

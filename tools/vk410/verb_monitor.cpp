@@ -14,7 +14,6 @@ namespace {
 struct Arguments {
     std::string source;
     double rate = 1.0;
-    bool headless = true; // accepted, so that command lines hold when there is a page
     DfOptions df;
     MonitorOptions options;
 };
@@ -27,7 +26,9 @@ int monitor(const Arguments& arguments)
         MonitorOptions options = arguments.options;
         arguments.df.apply(options.session);
         Monitoring monitoring{openSource(arguments.source, {.rate = arguments.rate}), options};
-        return monitoring.run();
+        monitoring.servePage({}, {});
+        const std::string page = monitoring.pageUrl();
+        return monitoring.run(page.empty() ? page : "page " + page);
     });
 }
 
@@ -35,11 +36,11 @@ int monitor(const Arguments& arguments)
 
 void addMonitor(CLI::App& program, Run& run)
 {
-    CLI::App* const verb =
-        program.add_subcommand("monitor", "watch mass data: a session with a status line a second");
+    CLI::App* const verb = program.add_subcommand(
+        "monitor", "watch mass data: a live page, a status line a second, the ledger at the end");
     const auto arguments = std::make_shared<Arguments>();
     verb->add_option("SOURCE", arguments->source, sourceHelp)->required();
-    verb->add_flag("--headless", arguments->headless, "no page; the only way so far");
+    arguments->options.page.addTo(*verb);
     verb->add_flag("--stats", arguments->options.stats, "all counters as a JSON object a second on stdout");
     verb->add_option("--mirror", arguments->options.mirror,
                      "forward a tcp:// stream to clients of ADDRESS:PORT")
@@ -53,8 +54,7 @@ void addMonitor(CLI::App& program, Run& run)
     verb->add_option("--rate", arguments->rate, "play a recording R times as fast; 0: as fast as possible")
         ->type_name("R");
     arguments->df.addTo(*verb);
-    verb->footer("The ledger goes to stdout when it ends, on Ctrl-C too. Exit code 1: something was lost.\n"
-                 "Examples:\n"
+    verb->footer("Examples:\n"
                  "  vk410 monitor udp://:5555 --scan-range 1:145M-155M/12.5k\n"
                  "  vk410 monitor tcp://192.0.2.7:5555 --mirror 127.0.0.1:7000 --record a.pcap\n"
                  "  vk410 monitor a.pcap --rate 0");

@@ -61,7 +61,7 @@ private:
         if (!m_started && (!m_server || m_server->clients() > 0))
             start();
         const std::int64_t waiting = m_server ? m_server->mostWaiting() : 0;
-        m_source.pause(waiting > pauseAboveBytes);
+        m_source.setFull(waiting > pauseAboveBytes);
         if (m_finished && waiting == 0)
             QCoreApplication::quit();
     }
@@ -73,7 +73,7 @@ private:
             m_sender->send({received.datagram->Bytes(), received.datagram->Size()});
             ++m_sent;
             if (m_server && m_server->mostWaiting() > pauseAboveBytes)
-                m_source.pause(true);
+                m_source.setFull(true);
         });
     }
 

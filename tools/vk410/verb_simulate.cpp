@@ -314,7 +314,7 @@ void addSimulate(CLI::App& program, Run& run)
 {
     CLI::App* const verb = program.add_subcommand("simulate", "Send what a receiver would send");
     const auto arguments = std::make_shared<Arguments>();
-    verb->add_option("SCENE", arguments->scene, "band (default), zerospan, df, or a scene file");
+    verb->add_option("SCENE", arguments->scene, "band (default), zerospan, df, demo, or a scene file");
     verb->add_option("--udp", arguments->udp, "Send packets there")->type_name("ADDRESS:PORT");
     verb->add_option("--tcp", arguments->tcp, "Serve the stream there")->type_name("ADDRESS:PORT");
     verb->add_option("--count", arguments->count, "End after N traces")->type_name("N");

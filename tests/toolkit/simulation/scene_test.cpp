@@ -77,7 +77,7 @@ TEST(SceneFile, ThatIsNotThereIsRefusedWithWhatWouldDo)
         (void)simulation::sceneNamed("nowhere/x.json");
         FAIL();
     } catch (const BadScene& bad) {
-        EXPECT_STREQ(bad.what(), "nowhere/x.json: expected band, zerospan, df or a readable scene file");
+        EXPECT_STREQ(bad.what(), "nowhere/x.json: expected demo, band, zerospan, df or a readable scene file");
     }
 }
 
@@ -105,7 +105,7 @@ TEST(SceneFile, SetsEverythingThatItSays)
 
 TEST(BuiltinScenes, AreThreeAndSound)
 {
-    for (const char* const name : {"band", "zerospan", "df"})
+    for (const char* const name : {"demo", "band", "zerospan", "df"})
         EXPECT_NO_THROW(checkScene(simulation::builtinScene(name))) << name;
     EXPECT_THROW((void)simulation::builtinScene("tv"), BadScene);
 }

@@ -98,7 +98,8 @@ TEST_F(Simulate, SpoilsWhatTheMonitorThenMissesOverTcp)
     const Ran ran = script(
         "vk410 simulate band --tcp 127.0.0.1:$PORT --count 600 --rate 0 --seed 5 --drop 0.05 --dup 0.05 "
         "--reorder 0.05 --corrupt 0.06 --truncate 0.05 --truth truth > sent 2> err & until_says waiting err; "
-        "vk410 monitor tcp://127.0.0.1:$PORT --for 2 > got 2> /dev/null; wait; tail -1 truth; cat got");
+        "vk410 monitor tcp://127.0.0.1:$PORT --headless --for 2 > got 2> /dev/null; wait; tail -1 truth; cat "
+        "got");
     const std::vector<std::string> lines = ran.outLines();
     ASSERT_THAT(lines, testing::Not(IsEmpty()));
     const nlohmann::json faults = nlohmann::json::parse(lines.front())["faults"];
@@ -123,7 +124,7 @@ TEST_F(Simulate, SpoilsWhatTheMonitorThenMissesOverTcp)
 TEST_F(Simulate, SpoilsWhatTheMonitorThenMissesOverUdp)
 {
     const Ran ran = script(
-        "vk410 monitor udp://127.0.0.1:$PORT --for 4 > got 2> err & until_says listening err; "
+        "vk410 monitor udp://127.0.0.1:$PORT --headless --for 4 > got 2> err & until_says listening err; "
         "vk410 simulate band --udp 127.0.0.1:$PORT --count 300 --rate 300 --seed 5 --drop 0.05 --dup 0.05 "
         "--truth truth > sent 2>&1; wait; tail -1 truth; cat got");
     const std::vector<std::string> lines = ran.outLines();
@@ -149,7 +150,7 @@ TEST_F(Simulate, FeedsSeveralTcpClients)
 
 TEST_F(Simulate, IsASourceOfASessionToo)
 {
-    const Ran ran = script("vk410 monitor sim:band --for 1");
+    const Ran ran = script("vk410 monitor sim:band --headless --for 2");
 
     EXPECT_EQ(ran.exitCode, 0) << ran.err;
     EXPECT_THAT(ran.err, HasSubstr("centre 100.000000 MHz, span 10.000000 MHz, 1601 ch"));
@@ -176,9 +177,10 @@ TEST_F(Simulate, SendsRecordedIqThatGivesTheSameMapsOverTcpOverUdpAndFromARecord
     writeIq(folder.path());
     const Ran ran = script(
         "vk410 simulate --iq iq.sigmf-meta --tcp 127.0.0.1:$PORT > sent 2> err & until_says waiting err; "
-        "vk410 monitor tcp://127.0.0.1:$PORT --record a.pcap --for 2 2>/dev/null | grep contents; wait; "
-        "vk410 monitor a.pcap --rate 0 2>/dev/null | grep contents; "
-        "vk410 monitor udp://127.0.0.1:$PORT --for 2 > got 2> err & until_says listening err; "
+        "vk410 monitor tcp://127.0.0.1:$PORT --headless --record a.pcap --for 2 2>/dev/null | grep contents; "
+        "wait; "
+        "vk410 monitor a.pcap --headless --rate 0 2>/dev/null | grep contents; "
+        "vk410 monitor udp://127.0.0.1:$PORT --headless --for 2 > got 2> err & until_says listening err; "
         "vk410 simulate --iq iq.sigmf-meta --udp 127.0.0.1:$PORT > sent 2> /dev/null; wait; grep contents "
         "got; "
         "grep delivered got");
@@ -212,7 +214,7 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         WrongUse{"NowhereToSend", "band", "expected --udp ADDRESS:PORT, --tcp ADDRESS:PORT or --truth FILE"},
         WrongUse{"NoScene", "nothing.json --truth -",
-                 "nothing.json: expected band, zerospan, df or a readable scene file"},
+                 "nothing.json: expected demo, band, zerospan, df or a readable scene file"},
         WrongUse{"ProbabilityAboveOne", "band --truth - --drop 2",
                  "--drop: expected a probability from 0 to 1, found 2"},
         WrongUse{"ProbabilitiesAboveOneTogether", "band --truth - --drop 0.6 --dup 0.6",
