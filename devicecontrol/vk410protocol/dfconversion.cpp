@@ -138,8 +138,8 @@ template <typename Lanes>
 VK410_INLINE std::size_t convertWhole(const RawFields& raw, qint16 validity, std::span<Sample> samples,
                                       std::size_t begin)
 {
-    Rows<Lanes> rows;
-    Lanes validities; // filled once: item by item, it costs as much as all the rest
+    Rows<Lanes> rows{};
+    Lanes validities{}; // filled once: item by item, it costs as much as all the rest
     fill(validities, validity);
     std::size_t i = begin;
     for (; i + laneCount<Lanes> <= samples.size(); i += laneCount<Lanes>) {
@@ -155,8 +155,8 @@ void convertFrom(std::size_t begin, const RawFields& raw, qint16 validity, std::
     const std::size_t rest = samples.size() - end;
     if (rest == 0)
         return;
-    Rows<Narrow> rows;
-    Narrow validities;
+    Rows<Narrow> rows{};
+    Narrow validities{};
     fill(validities, validity);
     convertRows(rows, raw, validities, end, rest);
     store(rows, &samples[end], rest);

@@ -24,9 +24,8 @@ const std::vector<Line>& lines()
     static const std::vector<Line> all{
         {"datagrams", "datagrams", "datagrams received", &C::datagrams, false},
         {"wire lost", "wire_lost",
-         "sequence numbers that never came: 'ip -s link' shows what network cards dropped, kernel below what "
-         "this "
-         "machine did",
+         "sequence numbers that never came: 'ip -s link' shows what network cards dropped, kernel below "
+         "what this machine did",
          &C::wireLost, true},
         {"wire duplicates", "wire_duplicates",
          "datagrams that came twice, by a second route or mirror: 'vk410 record' keeps who sent them",
@@ -40,37 +39,31 @@ const std::vector<Line>& lines()
          &C::kernelDropped, true},
         {"framing", "framing",
          "TCP streams given up at an impossible length: is this the mass-data port? 'vk410 monitor "
-         "tcp://HOST:PORT' "
-         "takes another",
+         "tcp://HOST:PORT' takes another",
          &C::framing, true},
         {"invalid", "invalid",
          "datagrams without the magic: is something else sending? 'sudo tcpdump -c 3 -Xni any port PORT' "
          "shows who",
          &C::invalid, true},
         {"selector errors", "malformed_selector",
-         "attributes with a refused selector word, and the rest of their datagrams: 'vk410 record SOURCE -o "
-         "a.pcap', "
-         "then 'vk410 inspect a.pcap --json' names them",
+         "attributes with a refused selector word, and the rest of their datagrams: 'vk410 record SOURCE "
+         "-o a.pcap', then 'vk410 inspect a.pcap --json' names them",
          &C::selectorErrors, true},
         {"truncated", "malformed_truncated",
-         "attributes that would leave their datagram: 'vk410 record SOURCE -o a.pcap', then 'vk410 inspect "
-         "a.pcap "
-         "--json' names them",
+         "attributes that would leave their datagram: 'vk410 record SOURCE -o a.pcap', then 'vk410 inspect"
+         " a.pcap --json' names them",
          &C::truncated, true},
         {"unknown tag", "unknown_tag",
-         "attributes of a kind that the library does not know: 'vk410 record SOURCE -o a.pcap', then 'vk410 "
-         "inspect "
-         "a.pcap' lists the tags",
+         "attributes of a kind that the library does not know: 'vk410 record SOURCE -o a.pcap', then "
+         "'vk410 inspect a.pcap' lists the tags",
          &C::unknownTag, true},
         {"unrouted", "unrouted",
-         "attributes for which no processor is registered: 'vk410 monitor SOURCE --panorama-tag TAG' takes "
-         "another "
-         "tag, and so do --zero-span-tag and --df-tag",
+         "attributes for which no processor is registered: 'vk410 monitor SOURCE --panorama-tag TAG' takes"
+         " another tag, and so do --zero-span-tag and --df-tag",
          &C::unrouted, true},
         {"not accepted", "not_accepted",
-         "attributes that their processor dropped: 'vk410 monitor SOURCE --scan-range JOB:START-STOP/STEP' "
-         "says what a "
-         "direction finder scans",
+         "attributes that their processor dropped: 'vk410 monitor SOURCE --scan-range JOB:START-STOP/STEP'"
+         " says what a direction finder scans",
          &C::notAccepted, true},
         {"delivered", "delivered", "attributes that their processor took", &C::delivered, false},
         {"map writes", "map_writes", "traces written into a map", &C::mapWrites, false},

@@ -12,6 +12,9 @@ namespace {
 
 constexpr double dfScanMode = 23; // key of DRVCOMMANDS
 
+// Longer than any network holds a datagram back.
+constexpr qint64 silenceMilliseconds = 1'000;
+
 class IfpanConfig final : public MdpIfpan::IConfig {
 public:
     explicit IfpanConfig(const SessionOptions& options)
@@ -177,6 +180,8 @@ void Session::addTap(Tap tap)
 
 void Session::take(Received received)
 {
+    if (m_sinceLast.isValid() && m_sinceLast.hasExpired(silenceMilliseconds))
+        m_ledger.followSilence();
     m_sinceLast.start();
     m_lastReceivedNs = received.receivedNs;
     for (const Tap& tap : m_taps)

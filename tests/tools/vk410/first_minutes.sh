@@ -39,7 +39,7 @@ forbid() {
 # watch SOURCE [OPTIONS]: a monitor in the background; its talk in `talk`, its ledger in `ledger`.
 watch() {
     : >talk
-    vk410 monitor "$@" --headless >ledger 2>talk &
+    vk410 monitor "$@" --headless >ledger 2>>talk &
     monitor=$!
 }
 
@@ -70,6 +70,7 @@ step "It comes back by itself with the stream"
 send --udp "127.0.0.1:$port" --for 2
 expect "60.* traces/s .* age" talk
 leave
+expect "wire duplicates  *0" ledger
 
 step "Losses on the way: counted as what they are, with a command"
 port=$(free_port)
