@@ -12,7 +12,7 @@ export function verdict({ isLoss, total, perSecond }) {
   return perSecond > 0 ? 'bad' : 'warn';
 }
 
-const WORDS = { good: 'none', warn: 'before, not now', bad: 'now', '': '' };
+const WORDS = { good: 'none', warn: 'earlier', bad: 'now', '': '' };
 const rate = (perSecond) => `${perSecond >= 10 ? Math.round(perSecond) : perSecond.toFixed(1)}/s`;
 
 function bufferLine({ askedBytes, grantedBytes }) {

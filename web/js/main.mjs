@@ -60,7 +60,7 @@ class Page {
     this.colourBar = new ColourBar(this);
     this.tools = new Tools(this, [['values', 'Values'], ['ranges', 'Ranges'], ['faults', 'Inject faults'],
       ['stream', 'Use this stream', () => this.streamBox.show()]]);
-    this.tools.setShown('faults', false);
+    this.tools.setOffered('faults', false);
     this.#wire();
     this.#buildControls();
     this.#buildKeyboard();
@@ -127,8 +127,7 @@ class Page {
   #hello({ convention, demo }) {
     this.convention = convention;
     for (const place of document.querySelectorAll('.convention')) { place.textContent = convention; place.title = convention; }
-    this.tools.setShown('faults', demo);
-    if (demo) this.tools.open(this.url.values.tool);
+    this.tools.setOffered('faults', demo);
   }
 
   #status(status) {
