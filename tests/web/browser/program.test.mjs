@@ -66,6 +66,21 @@ test('the page weighs less than 150 kB, comes from one host and needs no inline 
   await page.context().close();
 });
 
+test('the JavaScript client of the box runs as it stands', async (t) => {
+  const address = await serve(t, 'demo');
+  const page = await openPage(`${address}?tool=stream`);
+  await waitForText(page, '#client', /new WebSocket/);
+  const lines = [];
+  page.on('console', (message) => lines.push(message.text()));
+  await page.addScriptTag({ url: `${address}clients/stream.js`, type: 'module' });
+
+  await until(() => lines.length >= 3, 'three traces');
+  assert.deepEqual(lines.slice(0, 3).filter((line) => !/^(9|10)\d\.\d{4} MHz \d+\.\d$/.test(line)), []);
+  await page.click('#clients button:has-text("Python")');
+  await waitForText(page, '#client', /import base64/);
+  await closeQuietly(page);
+});
+
 test('ranges take effect in the program and come back to every page', async (t) => {
   const address = await serve(t, 'demo');
   const [page, other] = [await openPage(`${address}?tool=ranges`), await openPage(`${address}?tool=ranges`)];
