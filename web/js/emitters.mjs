@@ -29,7 +29,7 @@ export class Emitters {
     while (this.#body.rows.length > this.list.length) this.#body.deleteRow(-1);
     const { session, levels, url, selectedHz } = this.page;
     const step = session.streams.df.grid.step;
-    setText(byId('levelhead'), `level, ${levels.unit}`);
+    setText(byId('levelhead'), levels.unit);
     this.list.forEach((emitter, i) => {
       const row = this.#body.rows[i];
       row.hz = emitter.frequencyHz;

@@ -37,7 +37,7 @@ export function saveCsv(page) {
 /// Spectrum and waterfalls below each other, with a line that says what they are.
 export function savePng(page) {
   const parts = ['spectrum', 'waterfall', 'bearings', 'zerospan'].map(byId).filter((panel) => !panel.hidden)
-    .map((panel) => panel.querySelector('canvas:not(#huebar)'));
+    .map((panel) => panel.querySelector('.plot canvas, .picture canvas'));
   const ratio = devicePixelRatio;
   const title = 28 * ratio;
   const picture = document.createElement('canvas');

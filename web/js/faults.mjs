@@ -5,7 +5,8 @@ import { count } from './format.mjs';
 
 /// What each fault does, and the counters that tell it.
 const FAULTS = [
-  ['drop', 'not sent', ['wire lost'], [0.01, 0.1]],
+  // The number of a datagram without magic is not believed: it is lost on the wire, too.
+  ['drop', 'not sent; with the invalid ones', ['wire lost', 'invalid'], [0.01, 0.1]],
   ['duplicate', 'sent twice', ['wire duplicates'], [0.01, 0.1]],
   ['reorder', 'sent behind the next one', ['wire reordered'], [0.01, 0.1]],
   ['corrupt', 'no magic, an unknown field, or an unknown tag', ['invalid', 'selector errors', 'unknown tag'], [0.01, 0.1]],
@@ -23,8 +24,11 @@ export class Faults {
 
   #card(name, does, counters, probabilities) {
     const numbers = element('span', { class: 'note' });
-    const button = (probability) => element('button', { onclick: () => this.page.send({ command: 'faults', [name]: probability }) },
-      probability === 0 ? 'off' : `${name} ${probability * 100} %`);
+    const button = (probability) => {
+      const text = probability === 0 ? 'off' : `${probability * 100} %`;
+      const title = `inject: ${name} ${text}`;
+      return element('button', { title, 'aria-label': title, onclick: () => this.page.send({ command: 'faults', [name]: probability }) }, text);
+    };
     const card = element('div', { class: 'fault' }, element('span', {}, element('b', {}, `inject: ${name}`), ` – ${does}`),
       element('div', {}, ...[0, ...probabilities].map(button)), numbers);
     card.dataset.fault = name;

@@ -13,8 +13,8 @@ export class Gestures {
   #box = null;
   #start = null;
 
-  /// `plot`: view() gives its AxisView; optional: onClick(position, y), onHover(position or null, y), onBox(from, to, top,
-  /// bottom as shares of the height), onLevelWheel(y, factor), onLevelDrag(dy), onDragDown(dy).
+  /// `plot`: view() gives its AxisView; optional: onClick(position, y), onHover(position or null, y), onBox(top, bottom),
+  /// onLevelWheel(y, factor), onLevelDrag(dy), onDragDown(dy).
   constructor(host, plot) {
     this.host = host;
     this.plot = plot;
@@ -107,7 +107,7 @@ export class Gestures {
   #endBox(place) {
     if (Math.abs(place.x - this.#start.x) <= CLICK_PIXELS) return;
     const [from, to] = [this.#position(this.#start), this.#position(place)].sort((a, b) => a - b);
-    const [top, bottom] = [this.#start.y / place.height, place.y / place.height].sort((a, b) => a - b);
+    const [top, bottom] = [this.#start.y, place.y].sort((a, b) => a - b);
     this.plot.view().show(from, to);
     this.plot.onBox?.(top, bottom);
   }

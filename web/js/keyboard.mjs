@@ -4,7 +4,7 @@ import { byId, element } from './dom.mjs';
 
 const POINTER = [
   ['wheel', 'zoom at the cursor; over the level axis: zoom levels'],
-  ['drag', 'pan; over the level axis: move levels; down in a paused waterfall: back in time'],
+  ['drag', 'pan; over the level axis: move levels; up in a paused waterfall: back in time'],
   ['shift-drag', 'zoom into a box'],
   ['double click', 'full span'],
   ['click', 'marker; in bearings: select the channel'],

@@ -3,7 +3,7 @@
 import { byId, element, setText } from './dom.mjs';
 import { bytes, count } from './format.mjs';
 
-const ALWAYS = new Set(['wire lost', 'kernel dropped', 'invalid', 'unrouted', 'not accepted', 'map writes', 'viewer skipped']);
+const ALWAYS = new Set(['wire_lost', 'kernel_dropped', 'invalid', 'unrouted', 'not_accepted', 'map_writes', 'viewer_skipped']); // metrics
 
 /// 'good' nothing lost, 'bad' losing now, 'warn' lost before, '' a counter that says nothing about loss.
 export function verdict({ isLoss, total, perSecond }) {
@@ -12,7 +12,7 @@ export function verdict({ isLoss, total, perSecond }) {
   return perSecond > 0 ? 'bad' : 'warn';
 }
 
-const WORDS = { good: 'none', warn: 'before, not now', bad: 'now', '': '' };
+const WORDS = { good: 'none', warn: 'earlier', bad: 'now', '': '' };
 const rate = (perSecond) => `${perSecond >= 10 ? Math.round(perSecond) : perSecond.toFixed(1)}/s`;
 
 function bufferLine({ askedBytes, grantedBytes }) {
@@ -52,12 +52,12 @@ export class Ledger {
   }
 
   #lineOf(line, status) {
-    const own = line.name === 'viewer skipped' && status.viewer ? { ...line, total: status.viewer.skipped } : line;
+    const own = line.metric === 'viewer_skipped' && status.viewer ? { ...line, total: status.viewer.skipped } : line;
     const kind = verdict(own);
     const definition = own === line ? line.definition
       : `Traces this page was too slow for (of all pages: ${count(line.total)}). ${line.definition}`;
     return { name: line.name, metric: line.metric, value: count(own.total), kind, definition,
-      word: own.perSecond > 0 ? rate(own.perSecond) : WORDS[kind], isShown: ALWAYS.has(line.name) || kind === 'bad' || kind === 'warn' };
+      word: own.perSecond > 0 ? rate(own.perSecond) : WORDS[kind], isShown: ALWAYS.has(line.metric) || kind === 'bad' || kind === 'warn' };
   }
 
   #write(line) {

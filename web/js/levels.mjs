@@ -3,7 +3,6 @@
 import { DBM_OF_DBUV, ticks, unitText } from './format.mjs';
 import { NO_VALUE } from './frame.mjs';
 import { LevelCount } from './percentile.mjs';
-import { ROWS } from './history.mjs';
 
 const AUTO_ROWS = 100;
 const LEAST_DB = 10;
@@ -16,7 +15,7 @@ export class Levels {
   deviceUnit = 'dBuV';
   axis = [-20, 80];
   colours = [-10, 60];
-  isSet = false; // by the operator, a link, or the first auto level
+  isSet = false; // by a link or the first auto level
 
   constructor(url) {
     this.url = url;
@@ -47,7 +46,8 @@ export class Levels {
   /// Places of the level labels, in raw, for a plot of this height.
   rawTicks(height) {
     const [lowest, highest] = this.axis.map((level) => level + this.offset);
-    return ticks(lowest, highest, Math.max(2, height / 32)).at.map((level) => (level - this.offset) / this.scale);
+    const margin = (highest - lowest) * 8 / height; // no label beside those of the other axis
+    return ticks(lowest + margin, highest, Math.max(2, height / 32)).at.map((level) => (level - this.offset) / this.scale);
   }
 
   toggleUnit() {
@@ -74,25 +74,39 @@ export class Levels {
     this.setAxis(at - (at - lowest) * factor, at + (highest - at) * factor);
   }
 
+  moveAxis(share) {
+    const distance = share * (this.axis[1] - this.axis[0]);
+    this.setAxis(this.axis[0] + distance, this.axis[1] + distance);
+  }
+
   showShares(top, bottom) {
     const [lowest, highest] = this.axis;
     this.setAxis(highest - bottom * (highest - lowest), highest - top * (highest - lowest));
   }
 
+  /// The first auto level leaves alone what a link has set.
+  firstAuto(history, ring) {
+    const { level, colours } = this.url.values;
+    if (!this.auto(history, ring, false)) return;
+    this.axis = level ?? this.axis;
+    this.colours = colours ?? this.colours;
+    this.isSet = true;
+    this.#tell();
+  }
+
   /// Percentiles of the newest rows: the floor a little above the bottom, all but the rarest levels below the top.
-  /// Without keeping: until the operator decides, the address stays free of it.
+  /// Kept in the address only if the operator asked for it. Result: whether there were levels.
   auto(history, ring, keep = true) {
     this.#count.clear();
-    for (let slot = history.newest; slot > history.newest - Math.min(AUTO_ROWS, ROWS) && slot >= history.oldest; --slot)
+    for (let slot = history.newest; slot > history.newest - AUTO_ROWS && slot >= history.oldest; --slot)
       if (history.has(slot)) this.#count.add(ring.subarray(history.baseOf(slot), history.baseOf(slot) + history.columns), NO_VALUE);
     const [floor, high, highest] = [0.05, 0.999, 1].map((share) => this.#count.percentile(share));
-    if (floor === null) return;
+    if (floor === null) return false;
     const db = (raw) => raw * this.scale;
-    const before = [this.axis, this.colours];
-    this.axis = [Math.floor((db(floor) - 8) / 10) * 10, Math.ceil((db(highest) + 6) / 10) * 10];
+    this.axis = [Math.floor((db(floor) - 8) / 10) * 10, Math.ceil((db(highest) + 12) / 10) * 10];
     this.colours = [Math.floor(db(floor)), Math.max(Math.ceil(db(high)), Math.floor(db(floor)) + 20)];
-    this.isSet = true;
     if (keep) [['level', this.axis], ['colours', this.colours]].forEach(([name, value]) => this.url.set(name, value));
-    if (JSON.stringify(before) !== JSON.stringify([this.axis, this.colours])) this.#tell();
+    this.#tell();
+    return true;
   }
 }

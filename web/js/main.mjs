@@ -42,6 +42,7 @@ class Page {
     this.levels = new Levels(this.url);
     this.session = new Session(this.url);
     this.selectedHz = this.url.values.selected;
+    this.wantedSpan = this.url.values.span; // of a link; taken by the first grid
     this.emitters = new Emitters(this);
     this.ranges = new Ranges(this);
     this.spectrum = new Spectrum(this);
@@ -59,7 +60,7 @@ class Page {
     this.colourBar = new ColourBar(this);
     this.tools = new Tools(this, [['values', 'Values'], ['ranges', 'Ranges'], ['faults', 'Inject faults'],
       ['stream', 'Use this stream', () => this.streamBox.show()]]);
-    this.tools.setShown('faults', false);
+    this.tools.setOffered('faults', false);
     this.#wire();
     this.#buildControls();
     this.#buildKeyboard();
@@ -97,8 +98,10 @@ class Page {
   }
 
   autoLevel(keep = true) {
-    const { main } = this.session;
-    if (main.history.newest >= 0) this.levels.auto(main.history, main.history.rows[main.name === 'df' ? 2 : 0], keep);
+    const { history, levelRing } = this.session.main;
+    if (history.newest < 0) return;
+    if (this.levels.isSet) this.levels.auto(history, levelRing, keep);
+    else this.levels.firstAuto(history, levelRing);
   }
 
   /// Why there is no bearing at a frequency.
@@ -124,8 +127,7 @@ class Page {
   #hello({ convention, demo }) {
     this.convention = convention;
     for (const place of document.querySelectorAll('.convention')) { place.textContent = convention; place.title = convention; }
-    this.tools.setShown('faults', demo);
-    if (demo) this.tools.open(this.url.values.tool);
+    this.tools.setOffered('faults', demo);
   }
 
   #status(status) {
@@ -184,19 +186,23 @@ class Page {
     byId('bearings').hidden = byId('right').hidden = !df.frame;
     byId('zerospan').hidden = !zerospan.frame;
     this.#showSources(Boolean(panorama.frame && df.frame));
-    const { span } = this.url.values;
-    if (stream === session.main && span && !this.spanTaken) stream.view.show(...span);
-    if (stream === session.main) { this.spectrum.gridChanged(!this.spanTaken); this.spanTaken = true; }
+    if (stream === session.main) this.#takeGrid(stream);
     if (this.url.values.paused && !this.pauseTaken) { this.pauseTaken = true; session.pause(true); }
     drawHueBar(byId('huebar'));
     this.#drawAll();
+  }
+
+  #takeGrid({ view }) {
+    this.spectrum.gridChanged(this.wantedSpan === undefined);
+    if (this.wantedSpan) view.show(...this.wantedSpan);
+    this.wantedSpan = undefined;
   }
 
   #showSources(isShown) {
     const place = byId('sources');
     place.hidden = !isShown;
     if (!isShown) return;
-    place.replaceChildren(...[['panorama', 'panorama'], ['df', 'direction finder']].map(([name, text]) =>
+    place.replaceChildren(...[['panorama', 'panorama'], ['df', 'DF levels']].map(([name, text]) =>
       element('button', { 'aria-pressed': this.session.main.name === name, onclick: () => this.#setSource(name) }, text)));
   }
 

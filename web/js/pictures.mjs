@@ -39,11 +39,10 @@ function paintBearings([azimuths, qualities]) {
 }
 
 /// Value of a ring at a frequency in a row; null where there is none.
-function valueAt(stream, ring, hz, slot) {
-  const { history, grid } = stream;
+function valueAt({ history, grid }, ring, hz, slot) {
   const index = grid.indexOf(hz);
   if (index < 0 || slot < history.oldest || !history.has(slot)) return null;
-  const value = history.rows[ring][history.baseOf(slot) + Math.floor(index / history.factor)];
+  const value = ring[history.baseOf(slot) + Math.floor(index / history.factor)];
   return value === NO_VALUE ? null : value;
 }
 
@@ -56,14 +55,13 @@ const whenOf = (stream, slot) => {
 export function levelWaterfall(page) {
   const panel = byId('waterfall');
   const stream = () => page.session.main;
-  const ring = () => (stream().name === 'df' ? 2 : 0);
   return new Waterfall(page, panel.querySelector('.picture'), {
     stream, view: () => stream().view, hasAxis: () => false, readout: panel.querySelector('.readout'),
-    painter: (history) => paintLevels(history.rows[ring()], page.levels.rawColours),
+    painter: () => paintLevels(stream().levelRing, page.levels.rawColours),
     key: () => `${stream().name} ${page.levels.rawColours}`,
     onClick: (hz) => page.spectrum.placeMarker(hz),
     read(hz, slot) {
-      return `${frequency(hz, stream().grid.step / 10)}  ${page.levels.text(valueAt(stream(), ring(), hz, slot))}  ${whenOf(stream(), slot)}`;
+      return `${frequency(hz, stream().grid.step / 10)}  ${page.levels.text(valueAt(stream(), stream().levelRing, hz, slot))}  ${whenOf(stream(), slot)}`;
     },
   });
 }
@@ -78,7 +76,7 @@ export function bearingWaterfall(page) {
     key: () => '',
     onClick: (hz) => page.select(hz),
     read(hz, slot) {
-      const [azimuth, quality] = [0, 1].map((i) => valueAt(df, i, hz, slot));
+      const [azimuth, quality] = [0, 1].map((i) => valueAt(df, df.history.rows[i], hz, slot));
       const reason = azimuth === null ? `no bearing${page.reasonAt(hz)}` : `${degrees(azimuth / 10)}  quality ${quality} %`;
       return `${frequency(hz, df.grid.step / 10)}  ${reason}  ${whenOf(df, slot)}`;
     },

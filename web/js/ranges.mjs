@@ -24,10 +24,10 @@ export class Ranges {
   }
 
   #row(kind, range) {
-    const state = range.blanked === undefined ? '' : range.blanked ? ' (blanked by the receiver)' : ' (not blanked yet)';
+    const state = range.blanked === undefined ? '' : range.blanked ? ', blanked by the receiver' : ', not blanked by the receiver';
     const remove = () => this.page.send({ command: 'removeRange', kind, id: range.id });
     return element('tr', {}, ...[`${kind}${range.list ? `, ${range.list}` : ''}${state}`, shortFrequency(range.fromHz), shortFrequency(range.toHz), range.name ?? '']
-      .map((text) => element('td', {}, text)), element('td', {}, element('button', { onclick: remove }, 'Remove')));
+      .map((text) => element('td', {}, text)), element('td', {}, range.list === 'global' ? 'not ours' : element('button', { onclick: remove }, 'Remove')));
   }
 
   #add() {

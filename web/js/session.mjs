@@ -20,6 +20,9 @@ class Stream {
     if (name === 'df') this.history = new History(3, mergeBearings);
   }
 
+  /// Levels in the history.
+  get levelRing() { return this.history.rows[this.name === 'df' ? 2 : 0]; }
+
   /// A new connection numbers its grids afresh.
   forgetGridNumber() { this.#gridNumber = -1; }
 

@@ -33,9 +33,9 @@ export class Spectrum {
       view: () => page.session.main.view,
       onClick: (hz) => this.placeMarker(hz),
       onHover: (hz, y) => page.moveCursor(hz, null, y),
-      onBox: (top, bottom) => page.levels.showShares(top, bottom),
-      onLevelWheel: (y, factor) => page.levels.zoomAxis(y / host.clientHeight, factor),
-      onLevelDrag: (dy) => page.levels.setAxis(...page.levels.axis.map((x) => x + dy / host.clientHeight * (page.levels.axis[1] - page.levels.axis[0]))),
+      onBox: (top, bottom) => page.levels.showShares(this.plot.share(top), this.plot.share(bottom)),
+      onLevelWheel: (y, factor) => page.levels.zoomAxis(this.plot.share(y), factor),
+      onLevelDrag: (dy) => page.levels.moveAxis(this.plot.share(dy) - this.plot.share(0)),
     });
     this.buttons = TRACES.map((name) => this.#button(name));
     byId('tracebuttons').append(...this.buttons,
@@ -48,7 +48,7 @@ export class Spectrum {
     const swatch = element('i', { class: 'swatch' });
     swatch.style.background = `var(--${name})`;
     const click = (event) => (event.shiftKey && name === 'average' ? this.#moreAverage() : this.toggle(name));
-    return element('button', { title: EXPLAINED[name], onclick: click }, swatch, element('span', {}, name));
+    return element('button', { title: EXPLAINED[name], onclick: click }, swatch, element('span', {}, name === 'average' ? 'avg' : name));
   }
 
   #moreAverage() {
@@ -63,7 +63,7 @@ export class Spectrum {
     this.page.painter.request(this);
   }
 
-  gridChanged(isFirst) { if (!isFirst) this.#gridChanged = `grid changed ${utc(Date.now())}, holds began anew`; }
+  gridChanged(isAnother) { if (isAnother) this.#gridChanged = `grid changed ${utc(Date.now())}, holds began anew`; }
 
   draw() {
     const { session, levels } = this.page;
@@ -82,7 +82,7 @@ export class Spectrum {
     TRACES.forEach((name, i) => {
       this.buttons[i].setAttribute('aria-pressed', this.visible.includes(name));
       this.buttons[i].hidden = name !== 'live' && stream.name !== 'panorama';
-      if (name === 'average' && frame.averageCount > 0) setText(this.buttons[i].lastChild, `average (${frame.averageCount})`);
+      if (name === 'average' && frame.averageCount > 0) setText(this.buttons[i].lastChild, `avg ${frame.averageCount}`);
     });
     const most = this.plot.channelsPerColumn;
     const since = frame.holdSinceMs > 0 && stream.name === 'panorama' && (frame.timeMs || frame.receivedMs) > frame.holdSinceMs

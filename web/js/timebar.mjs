@@ -27,37 +27,39 @@ export class TimeBar {
   }
 
   get isShown() { return this.#playback !== null; }
+  get #duration() { return this.#playback.durationSeconds ?? 0; } // not known until the file was read once
 
   follow(playback) {
     this.#playback = playback;
     this.#at = performance.now();
     byId('timebar').hidden = !playback;
     if (!playback) return;
-    setText(byId('play'), playback.paused ? 'Play' : 'Pause');
+    setText(byId('play'), playback.paused || playback.ended ? 'Play' : 'Pause');
     if (document.activeElement !== byId('speed')) byId('speed').value = String(playback.speed);
     this.page.painter.request(this);
   }
 
-  toggle() { this.#send({ action: this.#playback.paused ? 'play' : 'pause' }); }
+  toggle() { this.#send({ action: this.#playback.paused || this.#playback.ended ? 'play' : 'pause' }); }
   step() { this.#send({ action: 'step' }); }
   #send(action) { this.page.send({ command: 'playback', ...action }); }
 
   /// The server tells the position once a second; between, it runs on.
   get #seconds() {
-    const { paused, speed, positionSeconds, durationSeconds } = this.#playback;
-    const passed = paused ? 0 : (performance.now() - this.#at) / 1000 * speed;
-    return Math.min(durationSeconds, positionSeconds + Math.min(passed, 2 * speed));
+    const { paused, ended, speed, positionSeconds } = this.#playback;
+    const passed = paused || ended ? 0 : (performance.now() - this.#at) / 1000 * speed;
+    return Math.min(this.#duration || Infinity, positionSeconds + Math.min(passed, 2 * speed));
   }
 
   #secondsAt(event) {
     const share = Math.min(1, Math.max(0, event.offsetX / this.canvas.clientWidth));
-    return share * this.#playback.durationSeconds;
+    return share * this.#duration;
   }
 
   #seekTo(event) { this.#seek(this.#secondsAt(event)); }
 
   #seek(seconds) {
-    const wanted = Math.min(this.#playback.durationSeconds, Math.max(0, seconds));
+    if (this.#duration === 0) return;
+    const wanted = Math.min(this.#duration, Math.max(0, seconds));
     this.#send({ action: 'seek', seconds: wanted });
     Object.assign(this.#playback, { positionSeconds: wanted });
     this.#at = performance.now();
@@ -71,7 +73,8 @@ export class TimeBar {
   }
 
   #paint(seconds) {
-    const { durationSeconds, startNs, losses = [] } = this.#playback;
+    const { startNs, losses } = this.#playback;
+    const durationSeconds = this.#duration;
     fitCanvas(this.canvas);
     const { colours } = this.page.theme;
     const ctx = this.canvas.getContext('2d');
@@ -92,6 +95,6 @@ export class TimeBar {
     ctx.fill();
     this.canvas.setAttribute('aria-valuenow', seconds.toFixed(1));
     this.canvas.setAttribute('aria-valuemax', durationSeconds.toFixed(1));
-    setText(byId('position'), `${position(seconds)} / ${position(durationSeconds)}  ${startNs ? utc(msOfNs(startNs) + seconds * 1000) : ''}`);
+    setText(byId('position'), `${position(seconds)} / ${durationSeconds > 0 ? position(durationSeconds) : '–'}  ${startNs ? utc(msOfNs(startNs) + seconds * 1000) : ''}`);
   }
 }

@@ -13,24 +13,30 @@ export class Tools {
       this.#buttons.set(name, { button, onOpen });
       byId('tools').append(button);
     }
-    this.open(page.url.values.tool);
+    this.#show(page.url.values.tool);
   }
 
   get opened() { return this.page.url.values.tool; }
 
-  open(wanted) {
-    const name = this.#buttons.has(wanted) ? wanted : '';
+  open(name) {
     this.page.url.set('tool', name);
+    this.#show(name);
+  }
+
+  /// A tool that this program does not offer is not shown, but a link keeps it.
+  setOffered(name, isOffered) {
+    this.#buttons.get(name).button.hidden = !isOffered;
+    this.#show(this.opened);
+  }
+
+  #show(wanted) {
+    const tool = this.#buttons.get(wanted);
+    const name = tool && !tool.button.hidden ? wanted : '';
     byId('drawer').hidden = name === '';
     for (const [other, { button }] of this.#buttons) {
       button.setAttribute('aria-expanded', other === name);
       byId(`tool-${other}`).hidden = other !== name;
     }
-    this.#buttons.get(name)?.onOpen?.();
-  }
-
-  setShown(name, isShown) {
-    this.#buttons.get(name).button.hidden = !isShown;
-    if (!isShown && this.opened === name) this.open('');
+    if (name) tool.onOpen?.();
   }
 }

@@ -31,6 +31,8 @@ export class TracePlot {
   get box() { return this.#plot.bbox; } // device pixels
   get columns() { return this.#lo.length; }
   get channelsPerColumn() { return this.#hi.reduce((most, hi, c) => Math.max(most, hi - this.#lo[c]), 0); }
+  /// Share of the level axis, from its top, at a height in CSS pixels of the host.
+  share(y) { return (y * devicePixelRatio - this.box.top) / this.box.height; }
   x(position) { return this.#plot.valToPos(position, 'x', true); }
   y(raw) { return this.#plot.valToPos(raw, 'y', true); }
 

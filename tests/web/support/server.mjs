@@ -32,6 +32,7 @@ export class StandIn {
   ranges = { suppress: [], blanking: [] };
   sending = true;
   lose = 0; // traces of the panorama that get lost next
+  broken = false; // frames are none
   state = 'live';
   #sequence = 0;
   #viewers = new Set();
@@ -57,6 +58,7 @@ export class StandIn {
   get address() { return `http://127.0.0.1:${this.port}/`; }
 
   async stop() {
+    if (!this.http.listening) return;
     this.timers.forEach(clearInterval);
     for (const viewer of this.#viewers) viewer.socket.terminate();
     this.http.closeAllConnections();
@@ -120,7 +122,7 @@ export class StandIn {
     const timed = { ...frame, timeMs: Date.now(), holdSinceMs: Date.now() - 5000, sequence: this.#sequence++ };
     for (const { socket, arrays } of this.#viewers) {
       const kept = frame.stream === 4 ? frame.arrays : frame.arrays.filter(([bit]) => arrays.includes(bit));
-      socket.send(encodeFrame({ ...timed, arrays: kept }));
+      socket.send(this.broken ? Buffer.alloc(200) : encodeFrame({ ...timed, arrays: kept }));
     }
   }
 }
