@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
 """Captures of every shape: the dissector finds the datagrams that `vk410 inspect` finds."""
+import random
 import subprocess
 import unittest
 
@@ -8,14 +9,34 @@ import captures
 import readings
 from agreement import ON_PORT
 from captures import PORT
-from datagrams import Attribute, Datagram, datagram
+from datagrams import MAGIC, Attribute, Datagram, datagram
 
 NO_PORTS = ()
+# The dissector believes in such a datagram with the packet that brings the next one.
+BEHIND_A_BAD_MAGIC = ("received",)
 
 
 def trace(sequence, count=20, **more):
     """A datagram of a panorama trace; it has 78 + 2 x count bytes."""
     return datagram(Attribute(501, 1, count, opt_header=bytes(50)), sequence=sequence, **more)
+
+
+def random_connection(chance, far_port):
+    """A stream that is whole, begins or has a hole anywhere, or has datagrams with a spoilt magic."""
+    kind = chance.choice(["whole", "cut", "hole", "magic"])
+    stream = b""
+    for sequence in range(chance.randint(4, 12)):
+        spoilt = kind == "magic" and chance.random() < 0.3
+        stream += trace(sequence, chance.randrange(300), magic=b"\xFF" + MAGIC[1:] if spoilt else MAGIC)
+    segments = captures.cut(stream[chance.randrange(1, 200) if kind == "cut" else 0 :], random_sizes(chance))
+    packets = captures.tcp_packets(segments, with_syn=kind != "cut", far_port=far_port)
+    if kind == "hole" and len(segments) > 3:
+        del packets[chance.randrange(2, len(segments))]
+    return packets
+
+
+def random_sizes(chance):
+    return [chance.randrange(1, 1460) for _ in range(5)]
 
 
 def names(told):
@@ -95,8 +116,9 @@ class UdpCaptures(agreement.AgreementTest):
 class TcpCaptures(agreement.AgreementTest):
     stream = b"".join(trace(sequence, 20 * sequence) for sequence in range(12))
 
-    def agree_on_stream(self, segments, dissector=ON_PORT, inspector=("--port", PORT), **connection):
-        return self.agree(captures.pcap(captures.tcp_packets(segments, **connection)), dissector, inspector)
+    def agree_on_stream(self, segments, dissector=ON_PORT, inspector=("--port", PORT), but=(), **connection):
+        packets = captures.tcp_packets(segments, **connection)
+        return self.agree(captures.pcap(packets), dissector, inspector, but)
 
     def test_are_cut_into_datagrams_wherever_segments_end(self):
         for sizes in ([1460], [len(self.stream)], [118], [17, 300, 1, 2, 1000], [15], [16], [1, 1, 1]):
@@ -155,12 +177,12 @@ class TcpCaptures(agreement.AgreementTest):
         bad = b"\1\2\3\4" + trace(5, 700)[4:]
         for sizes in ([1460], [5000], [100]):
             with self.subTest(segments_of=sizes):
-                stream = trace(4) + bad + trace(6) + bad
+                stream = trace(4) + bad + bad + trace(6) + bad
 
-                expected, told = self.agree_on_stream(captures.cut(stream, sizes))
+                expected, told = self.agree_on_stream(captures.cut(stream, sizes), but=BEHIND_A_BAD_MAGIC)
 
-                self.assertEqual([one["valid"] for one in expected], [True, False, True, False])
-                self.assertEqual(names(told), ["vk410.badMagic"] * 2)
+                self.assertEqual([one["valid"] for one in expected], [True, False, False, True, False])
+                self.assertEqual(names(told), ["vk410.badMagic"] * 3)
 
     def test_with_an_impossible_length_go_on_at_the_next_datagram(self):
         for length in (0, 15, 0x0400_0001, 0xFFFF_FFFF):
@@ -180,6 +202,17 @@ class TcpCaptures(agreement.AgreementTest):
 
         self.assertEqual([one["sequence"] for one in expected], [4, 6, 7])
         self.assertEqual(len(told), 1)
+
+    def test_of_any_segments_holes_and_spoilt_magics(self):
+        chance = random.Random(410)
+        packets = []
+        for far_port in range(20_000, 20_060):
+            packets += random_connection(chance, far_port)
+
+        expected, _ = self.agree(captures.pcap(packets), but=BEHIND_A_BAD_MAGIC)
+
+        self.assertGreater(len(expected), 300)
+        self.assertEqual({one["valid"] for one in expected}, {True, False})
 
     def test_of_other_traffic_are_left_alone(self):
         packets = captures.tcp_packets(

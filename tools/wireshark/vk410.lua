@@ -358,7 +358,7 @@ end
 
 -- Result: where the stream goes on.
 local function skip(tvb, bytes, offset, pinfo, tree, note, words)
-    local size = stream:find(bytes, offset + 1) - offset
+    local size = stream:find(bytes, offset + 1, 1) - offset
     local root = tree:add(vk410, tvb(offset, size))
     root:add(f.skipped, tvb(offset, size)):add_proto_expert_info(note, words)
     tellColumns(pinfo, ("%d bytes in no datagram"):format(size))
@@ -416,9 +416,9 @@ end)
 -- A capture may begin anywhere in a stream; a magic inside a segment is believed with its whole header only.
 vk410:register_heuristic("tcp", function(tvb, pinfo, tree)
     local bytes = tvb:raw()
-    local begin = stream:find(bytes, 0)
-    local needed = begin == 0 and 4 or reader.headerSize
-    if #bytes - begin < needed then
+    local isThere = isMagic(tvb) and stream:isConfirmed(bytes, 0) or
+                        stream:find(bytes, 0, reader.headerSize) < #bytes
+    if not isThere then
         return false
     end
     pinfo.conversation = vk410

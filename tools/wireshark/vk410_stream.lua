@@ -39,12 +39,13 @@ function stream:isConfirmed(bytes, offset)
     return self:isPossible(size) and self:mayBegin(bytes, offset + size)
 end
 
--- Result: where the next datagram begins, at `from` or behind; the end of the bytes if nowhere.
-function stream:find(bytes, from)
+-- Where the next datagram begins, at `from` or behind; at least `needed` of its bytes are there.
+-- Result: the end of the bytes if nowhere.
+function stream:find(bytes, from, needed)
     local at = from
-    while at < #bytes do
+    while at + needed <= #bytes do
         at = bytes:find("[\0\x10]", at + 1) -- what a magic begins with
-        if not at then
+        if not at or at - 1 + needed > #bytes then
             break
         end
         if self:isConfirmed(bytes, at - 1) then
@@ -52,6 +53,22 @@ function stream:find(bytes, from)
         end
     end
     return #bytes
+end
+
+-- Follows the lengths from `offset` on, whatever the magics there.
+-- Result: whether they lead to a datagram or to the end of the bytes; nil where that cannot be told yet.
+function stream:leadsOn(bytes, offset)
+    while #bytes - offset >= self.format.headerSize do
+        local size = self:claimedSize(bytes, offset)
+        if not self:isPossible(size) then
+            return false
+        end
+        offset = offset + size
+        if offset <= #bytes and self:mayBegin(bytes, offset) then
+            return true
+        end
+    end
+    return nil
 end
 
 -- What lies at `offset`.
@@ -63,26 +80,29 @@ function stream:frame(bytes, offset)
         return "wait", nil
     end
     local size = self:claimedSize(bytes, offset)
-    if self:mayBegin(bytes, offset) then
-        if not self:isPossible(size) then
-            local words = "a length of %d bytes; %d to %d are possible"
-            return "badLength", words:format(size, self.format.headerSize, self.format.maxSize)
-        end
-        if size > here then
-            return "wait", size - here
-        end
-        return "datagram", size
+    if not self:mayBegin(bytes, offset) then
+        return self:frameWithoutMagic(bytes, offset, size)
     end
-    local neither = "neither a magic nor a length that leads to another datagram"
     if not self:isPossible(size) then
-        return "noDatagram", neither
+        local words = "a length of %d bytes; %d to %d are possible"
+        return "badLength", words:format(size, self.format.headerSize, self.format.maxSize)
     end
-    -- The length behind a bad magic is believed as soon as another datagram, or nothing, follows it.
-    if size <= here and self:mayBegin(bytes, offset + size) then
+    if size > here then
+        return "wait", size - here
+    end
+    return "datagram", size
+end
+
+-- A bad magic, or none at all: the length is believed as soon as it leads to another datagram.
+function stream:frameWithoutMagic(bytes, offset, size)
+    local leadsOn = self:leadsOn(bytes, offset)
+    if leadsOn then
         return "datagram", size
     end
-    if size <= here or here > MAX_UNCONFIRMED or self:find(bytes, offset + 1) < #bytes then
-        return "noDatagram", neither
+    local isLost = leadsOn == false or #bytes - offset > MAX_UNCONFIRMED or
+                       self:find(bytes, offset + 1, self.format.headerSize) < #bytes
+    if isLost then
+        return "noDatagram", "neither a magic nor a length that leads to another datagram"
     end
     return "wait", nil
 end
