@@ -105,10 +105,11 @@ def raw_bytes(field):
 
 
 def array_of(branch):
-    items = []
-    for item in branch:
-        if not item.get("name").startswith("_ws"):
-            items.append(int(item.get("show")))
+    """The items of an array; the first ones stand in its own line, too."""
+    items = [int(item.get("show")) for item in branch]
+    line = branch.get("showname").split(" bits: ", 1)[1]
+    if not line.startswith(", ".join(map(str, items[:8]))):
+        raise AssertionError(f"the line of {items} says {line}")
     return items
 
 

@@ -167,20 +167,17 @@ end
 
 -- A normal attribute's own length is no bound: it only says where the next one begins.
 local function stepNormal(walk, header)
-    walk.remaining = walk.remaining - header.claimed
     walk.next = walk.next + header.claimed
     header.size = math.min(header.claimed, walk.buffer.size - header.offset)
     return true
 end
 
--- The size is a signed 32-bit number, the step is none.
+-- The size wraps at 32 bits, the step does not. A size that the reader takes for negative fits nowhere.
 local function stepExtended(walk, header)
     local size = header.claimed % 2 ^ 32
-    local isPositive = size > 0 and size < 2 ^ 31
-    if not isPositive or size > walk.remaining or not walk.buffer:inside(header.offset, size) then
+    if size == 0 or not walk.buffer:inside(header.offset, size) then
         return false
     end
-    walk.remaining = walk.remaining - size
     walk.next = walk.next + STEP_FACTOR * size
     header.size = size
     return true
@@ -188,19 +185,17 @@ end
 
 -- A walk over the attributes of `datagram`.
 function reader.walk(datagram)
-    local remaining = datagram:len() - reader.headerSize
-    return {buffer = newBuffer(datagram), next = reader.headerSize, remaining = remaining}
+    return {buffer = newBuffer(datagram), next = reader.headerSize}
 end
 
 -- Result: the header of the next attribute, or nil where the reader ends.
 function reader.nextHeader(walk)
     local buffer, offset = walk.buffer, walk.next
-    if walk.remaining < 1 or not buffer:inside(offset, 2) then
+    if not buffer:inside(offset, 2) then
         return nil
     end
     local layout = layoutOf(buffer:uint(offset, 2))
-    local isThere = buffer:inside(offset, layout.size) and (layout == NORMAL or walk.remaining >= layout.size)
-    if not isThere then
+    if not buffer:inside(offset, layout.size) then
         return nil
     end
     local header = readHeader(buffer, offset, layout)
