@@ -4,13 +4,13 @@
 #include "devicecontrol/vk410protocol/scangrid.h"
 #include <algorithm>
 #include <boost/icl/interval_set.hpp>
-#include <limits>
 
 namespace blanking {
 
 namespace {
 
-using Validity = values::DFSpectrumSample::Validity;
+using Sample = values::DFSpectrumSample;
+using Validity = Sample::Validity;
 
 // The nearest channel of a frequency at or above the start of a scan range; nothing when that is no number.
 std::optional<quint64> channelOf(const ScanRange& range, quint64 frequencyHz, double rounding)
@@ -19,10 +19,25 @@ std::optional<quint64> channelOf(const ScanRange& range, quint64 frequencyHz, do
     return numbers::truncated<quint64>(numbers::quotient(distance, range.step) + rounding);
 }
 
-qint64 asSigned(quint64 channel)
+// Inlined: the loop over a few samples costs less than a call.
+template <typename Action>
+[[gnu::always_inline]] inline void forEachInside(const Stretch& stretch,
+                                                 const std::vector<Interval>& channels, const Action& action)
 {
-    constexpr quint64 most = std::numeric_limits<qint64>::max();
-    return static_cast<qint64>(std::min(channel, most));
+    const qint64 last = stretch.firstChannel + static_cast<qint64>(stretch.samples.size());
+    if (last <= 0)
+        return;
+    // No interval holds channels below the scan range.
+    const quint64 begin = static_cast<quint64>(std::max(stretch.firstChannel, qint64{0}));
+    const auto end = static_cast<quint64>(last);
+    const auto samples = stretch.samples.last(end - begin);
+    auto interval = std::partition_point(channels.begin(), channels.end(),
+                                         [begin](const Interval& i) { return i.upper() <= begin; });
+    for (; interval != channels.end() && interval->lower() < end; ++interval) {
+        const quint64 high = std::min(interval->upper(), end);
+        for (quint64 channel = std::max(interval->lower(), begin); channel < high; ++channel)
+            action(samples[channel - begin]);
+    }
 }
 
 } // namespace
@@ -120,25 +135,21 @@ JobIntervals blankedChannels(const ScanRangeContainer& scanRanges, const std::ve
     return result;
 }
 
-bool blank(std::span<values::DFSpectrumSample> samples, qint64 firstChannel,
-           const std::vector<Interval>& channels)
+bool blank(const Stretch& stretch, const std::vector<Interval>& channels)
 {
-    const qint64 end = firstChannel + static_cast<qint64>(samples.size());
-    auto interval = std::partition_point(channels.begin(), channels.end(), [firstChannel](const Interval& i) {
-        return asSigned(i.upper()) <= firstChannel;
-    });
     bool anyBlanked = false;
-    for (; interval != channels.end() && asSigned(interval->lower()) < end; ++interval) {
-        const qint64 low = std::max(firstChannel, asSigned(interval->lower()));
-        const qint64 high = std::min(asSigned(interval->upper()), end);
-        for (qint64 i = low - firstChannel; i < high - firstChannel; ++i) {
-            values::DFSpectrumSample& sample = samples[static_cast<std::size_t>(i)];
-            if (sample.getValidity() == Validity::Unusable)
-                continue;
-            sample.setValidity(Validity::Blanked);
-            anyBlanked = true;
-        }
+    const auto blankOne = [&anyBlanked](Sample& sample) {
+        sample.setValidity(Validity::Blanked);
+        anyBlanked = true;
+    };
+    if (!stretch.mayBeUnusable) {
+        forEachInside(stretch, channels, blankOne);
+        return anyBlanked;
     }
+    forEachInside(stretch, channels, [&blankOne](Sample& sample) {
+        if (sample.getValidity() != Validity::Unusable)
+            blankOne(sample);
+    });
     return anyBlanked;
 }
 

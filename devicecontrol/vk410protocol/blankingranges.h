@@ -45,11 +45,16 @@ inline constexpr int givenRange = -1;
 [[nodiscard]] JobIntervals blankedChannels(const ScanRangeContainer& scanRanges,
                                            const std::vector<Interval>& given);
 
-/// Blanks the samples of a block inside of `channels`; unusable ones stay as they are and do not count.
-/// Shape:  `channels` in ascending order, as `channelsOf` gives them; the first sample is channel
-///         `firstChannel`, which may be negative.
+/// Samples of channels next to each other.
+struct Stretch {
+    std::span<values::DFSpectrumSample> samples;
+    qint64 firstChannel; // of the scan range; may be negative
+    bool mayBeUnusable;  // if not, none of them is: then nobody looks at each
+};
+
+/// Blanks the samples of a stretch inside of `channels`; unusable ones stay as they are and do not count.
+/// Shape:  `channels` in ascending order, as `channelsOf` gives them.
 /// Result: whether a sample was in one of them.
-bool blank(std::span<values::DFSpectrumSample> samples, qint64 firstChannel,
-           const std::vector<Interval>& channels);
+bool blank(const Stretch& stretch, const std::vector<Interval>& channels);
 
 } // namespace blanking

@@ -60,26 +60,24 @@ void DfBlanking::Update(const Observable* subject, TChangeCode code)
     }
 }
 
-bool DfBlanking::BlankBySuppressRanges(std::span<values::DFSpectrumSample> samples, const DfOptHeader& header)
+bool DfBlanking::BlankBySuppressRanges(int jobId, const blanking::Stretch& stretch)
 {
     if (std::exchange(m_bySuppressRanges.isOutdated, false))
         m_bySuppressRanges.channels = blanking::blankedChannels(m_scanRanges, suppressRanges());
-    return blank(m_bySuppressRanges, samples, header);
+    return blank(m_bySuppressRanges, jobId, stretch);
 }
 
-bool DfBlanking::BlankByBlankingRanges(std::span<values::DFSpectrumSample> samples, const DfOptHeader& header)
+bool DfBlanking::BlankByBlankingRanges(int jobId, const blanking::Stretch& stretch)
 {
     if (std::exchange(m_byBlankingRanges.isOutdated, false))
         m_byBlankingRanges.channels = blanking::blankedChannels(m_scanRanges, blankingRanges());
-    return blank(m_byBlankingRanges, samples, header);
+    return blank(m_byBlankingRanges, jobId, stretch);
 }
 
-bool DfBlanking::blank(const Blanked& blanked, std::span<values::DFSpectrumSample> samples,
-                       const DfOptHeader& header)
+bool DfBlanking::blank(const Blanked& blanked, int jobId, const blanking::Stretch& stretch)
 {
-    const auto channels = blanked.channels.find(header.jobId);
-    return channels != blanked.channels.end() &&
-           blanking::blank(samples, header.firstChannel, channels->second);
+    const auto channels = blanked.channels.find(jobId);
+    return channels != blanked.channels.end() && blanking::blank(stretch, channels->second);
 }
 
 DfBlanking::Extent DfBlanking::extentOf(const Range& range)

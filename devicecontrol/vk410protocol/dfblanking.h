@@ -23,10 +23,10 @@ public:
     /// Follows a change of the ranges; other subjects and codes are ignored.
     void Update(const Observable* subject, TChangeCode code);
 
-    /// Blanks the samples of a block that the ranges of one kind blank.
+    /// Blanks the samples of a job that the ranges of one kind blank.
     /// Result: whether a sample was.
-    bool BlankBySuppressRanges(std::span<values::DFSpectrumSample> samples, const DfOptHeader& header);
-    bool BlankByBlankingRanges(std::span<values::DFSpectrumSample> samples, const DfOptHeader& header);
+    bool BlankBySuppressRanges(int jobId, const blanking::Stretch& stretch);
+    bool BlankByBlankingRanges(int jobId, const blanking::Stretch& stretch);
 
     /// Brings the status of the blanking ranges up to date with a block.
     /// Units: `mapStamp` in microseconds.
@@ -55,8 +55,7 @@ private:
     static void append(std::vector<blanking::Interval>& intervals, const Store* ranges);
     [[nodiscard]] std::vector<blanking::Interval> suppressRanges() const;
     [[nodiscard]] std::vector<blanking::Interval> blankingRanges() const;
-    static bool blank(const Blanked& blanked, std::span<values::DFSpectrumSample> samples,
-                      const DfOptHeader& header);
+    static bool blank(const Blanked& blanked, int jobId, const blanking::Stretch& stretch);
 
     void assembleBlankingMap();
     void addToBlankingMap(int id, const Extent& extent);

@@ -3,8 +3,6 @@
 #include "devicecontrol/vk410protocol/numbers.h"
 #include "devicecontrol/vk410protocol/superresolution.h"
 #include <algorithm>
-#include <array>
-#include <bit>
 #include <cstring>
 
 namespace dfsamples {
@@ -12,84 +10,6 @@ namespace dfsamples {
 namespace {
 
 using Validity = Sample::Validity;
-
-// Eight items side by side. The compiler has vectors of 16 bytes on every machine that we build for, and
-// makes of the shuffles below what the machine has; by itself it leaves a loop over records scalar.
-constexpr std::size_t laneCount = 8;
-using Lanes = qint16 __attribute__((vector_size(16)));
-using UnsignedLanes = quint16 __attribute__((vector_size(16)));
-
-Lanes all(qint16 value)
-{
-    return Lanes{} + value;
-}
-
-Lanes withoutNoValue(Lanes raw)
-{
-    return raw & ~(raw == noValue);
-}
-
-Lanes tenfold(Lanes raw)
-{
-    return std::bit_cast<Lanes>(std::bit_cast<UnsignedLanes>(raw) * quint16{10});
-}
-
-Lanes tenth(Lanes raw)
-{
-    return raw / qint16{10};
-}
-
-Lanes load(const short* items, std::size_t at, std::size_t count)
-{
-    Lanes lanes{};
-    std::memcpy(&lanes, reinterpret_cast<const unsigned char*>(items) + at * sizeof(short),
-                count * sizeof(short));
-    return lanes;
-}
-
-// The fields of eight channels, in the order of `Sample::Fields`.
-using Block = std::array<Lanes, laneCount>;
-static_assert(sizeof(Block) == laneCount * sizeof(Sample::Fields));
-
-[[gnu::always_inline]] inline Block converted(const RawFields& raw, qint16 validity, std::size_t at,
-                                              std::size_t count)
-{
-    const Sample::Fields none;
-    const short* const level = raw.level ? raw.level : raw.shortTimeLevel;
-    const auto tenfoldOf = [at, count](const short* items, qint16 ifAbsent) {
-        return items ? tenfold(load(items, at, count)) : all(ifAbsent);
-    };
-    const auto angle = [at, count](const short* items) {
-        return items ? tenfold(withoutNoValue(load(items, at, count))) : Lanes{};
-    };
-    return {all(validity),
-            raw.quality ? tenth(withoutNoValue(load(raw.quality, at, count))) : Lanes{},
-            angle(raw.azimuth),
-            tenfoldOf(level, none.level),
-            tenfoldOf(raw.shortTimeLevel, none.shortTimeLevel),
-            tenfoldOf(raw.fieldStrength, none.fieldStrength),
-            angle(raw.elevation),
-            Lanes{}};
-}
-
-// Rows to columns, and each column to its record. Interleaving row i with row i + 4 turns the position of an
-// item, row and column written one behind the other in binary, round by one digit; three times exchanges row
-// and column.
-[[gnu::always_inline]] inline void store(Block rows, Sample* samples, std::size_t count)
-{
-    for (int round = 0; round < 3; ++round) {
-        const Block from = rows;
-        for (std::size_t i = 0; i < laneCount / 2; ++i) {
-            const Lanes a = from[i];
-            const Lanes b = from[i + laneCount / 2];
-            rows[2 * i] = __builtin_shufflevector(a, b, 0, 8, 1, 9, 2, 10, 3, 11);
-            rows[2 * i + 1] = __builtin_shufflevector(a, b, 4, 12, 5, 13, 6, 14, 7, 15);
-        }
-    }
-    // As bytes: assigned as a record, the compiler takes the vector apart again.
-    for (std::size_t i = 0; i < count; ++i)
-        std::memcpy(static_cast<void*>(&samples[i].fields()), &rows[i], sizeof(Sample::Fields));
-}
 
 bool liesIn(double azimuth, std::span<const std::pair<double, double>> sectors)
 {
@@ -131,15 +51,15 @@ void setItem(short* items, std::size_t index, qint16 value)
 
 } // namespace
 
-void convert(const RawFields& raw, Validity validity, std::span<Sample> samples) noexcept
+RawFields RawFields::from(std::size_t index) const noexcept
 {
-    const auto number = static_cast<qint16>(validity);
-    std::size_t i = 0;
-    for (; i + laneCount <= samples.size(); i += laneCount)
-        store(converted(raw, number, i, laneCount), &samples[i], laneCount);
-    const std::size_t rest = samples.size() - i;
-    if (rest != 0)
-        store(converted(raw, number, i, rest), &samples[i], rest);
+    const auto behind = [index](const short* items) {
+        return items ? reinterpret_cast<const short*>(reinterpret_cast<const unsigned char*>(items) +
+                                                      index * sizeof(short))
+                     : nullptr;
+    };
+    return {behind(azimuth), behind(quality),        behind(fieldStrength),
+            behind(level),   behind(shortTimeLevel), behind(elevation)};
 }
 
 void blankSectors(const short* azimuth, std::span<const std::pair<double, double>> sectors,

@@ -27,12 +27,18 @@ struct RawFields {
     const short* level = nullptr;
     const short* shortTimeLevel = nullptr; // also the level where there is no other
     const short* elevation = nullptr;
+
+    /// The fields from item `index` on.
+    [[nodiscard]] RawFields from(std::size_t index) const noexcept;
 };
 
 /// Writes the plain part of all `samples`, which are as many as each field has items: quality a tenth of the
 /// raw one, everything else ten times, in 16 bits that wrap round. Quality, azimuth and elevation of no value
 /// are 0. Fields that the trace does not carry have their defaults. Super-resolution data is left alone.
 void convert(const RawFields& raw, Sample::Validity validity, std::span<Sample> samples) noexcept;
+
+/// As `convert`, with what every machine has; so that tests reach it on any machine.
+void convertNarrow(const RawFields& raw, Sample::Validity validity, std::span<Sample> samples) noexcept;
 
 /// Blanks the samples whose raw azimuth lies in one of the sectors (lower, upper), both included; a sector
 /// whose bounds are equal is empty. A blanked sample has neither azimuth nor quality; its level stays.

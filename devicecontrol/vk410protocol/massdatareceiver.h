@@ -7,8 +7,7 @@
 /// Implemented by the application, called by the DF scan processor: once per accepted block.
 /// Shape:  every array of the plain form holds `channelCount` values, in channel order; absent ones are null.
 /// Units:  frequencies in Hz; `startFrequency` is that of the block's first channel; `timeStamp` is the
-/// device stamp
-///         divided by 1000 and rounded; the arrays hold the receiver's raw values.
+///         device stamp divided by 1000 and rounded; the arrays hold the receiver's raw values.
 /// Owner:  arrays and scan range belong to the caller and live for the call only.
 /// Thread: that of the dispatcher.
 class Q_DECL_EXPORT IMassDataReceiver {
@@ -25,9 +24,8 @@ public:
                                    const ScanRange* scanRange) = 0;
 
     /// A block with super-resolution data.
-    /// Shape: as above; besides, `eigenValues` holds `eigenValueCount` and each `sr` array
-    /// `superResolutionCount` values
-    ///        per channel.
+    /// Shape: as above; besides, `eigenValues` holds `eigenValueCount` values per channel, and each `sr`
+    ///        array `superResolutionCount`.
     virtual void ReceiveDfScanDataSuperResolution(
         double startFrequency, double step, double span, quint64 timeStamp, int channelCount, short* azimuth,
         short* quality, short* fieldStrength, short* level, short* shortTimeLevel, short* elevation,

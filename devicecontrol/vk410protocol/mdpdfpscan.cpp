@@ -26,6 +26,9 @@ constexpr int watsonWatt = 1; // the method
 constexpr double dfScanModes[] = {23, 24, 25, 26, 28};
 constexpr double dfSearchScan = 28;
 
+// Channels that are converted and blanked before the next ones: their samples, 24 kB, stay near meanwhile.
+constexpr std::size_t pieceSize = 1024;
+
 constexpr double lastAzimuth = 3599.0; // tenths of a degree
 
 template <typename T>
@@ -238,7 +241,7 @@ void MdpDFPScan::processBlock(Block block)
         return;
     Borrowed memory{m_samples, static_cast<std::size_t>(block.channelCount)};
     fillSamples(block, memory.samples());
-    blankSamples(block, memory.samples());
+    m_blanking->UpdateStatus(block.header, block.mapStamp, block.flag(flag::blanking));
     if (!writeSamples(block, memory.samples()))
         return;
     if (block.flag(flag::overflow))
@@ -325,33 +328,55 @@ bool MdpDFPScan::isPitchRollWithinThreshold() const
     return isWithin(m_pitch, m_pitchThreshold) && isWithin(m_roll, m_rollThreshold);
 }
 
-void MdpDFPScan::fillSamples(const Block& block, std::span<values::DFSpectrumSample> samples)
+Validity MdpDFPScan::validityOf(const Block& block) const
 {
     const bool isUpright = !m_usePitchRollBlanking || isPitchRollWithinThreshold();
     if (!isUpright)
         emit SignalRollPitchBlanking();
-    const Validity otherwise = isUpright ? Validity::Valid : Validity::Blanked;
+    if (block.flag(flag::overflow))
+        return Validity::Unusable;
+    return isUpright ? Validity::Valid : Validity::Blanked;
+}
+
+void MdpDFPScan::fillSamples(const Block& block, std::span<values::DFSpectrumSample> samples)
+{
+    const Validity validity = validityOf(block);
     const DataPointers& data = *block.data;
-    dfsamples::convert(
-        {data.selBit12, data.selBit13, data.selBit14, data.selBit15, data.selBit11, data.selBit18},
-        block.flag(flag::overflow) ? Validity::Unusable : otherwise, samples);
-    // A sector wins over an overflow. That is meant. Pinned by MdpDFPScanSectors.OverrideAnOverflow.
-    if (block.sectors)
-        dfsamples::blankSectors(data.selBit12, block.sectors->azimuthSectors, samples);
+    const dfsamples::RawFields fields{data.selBit12, data.selBit13, data.selBit14,
+                                      data.selBit15, data.selBit11, data.selBit18};
+    bool anyBlanked = false;
+    for (std::size_t first = 0; first < samples.size(); first += pieceSize) {
+        const auto piece = samples.subspan(first, std::min(pieceSize, samples.size() - first));
+        const dfsamples::RawFields pieceFields = fields.from(first);
+        dfsamples::convert(pieceFields, validity, piece);
+        // A sector wins over an overflow. That is meant. Pinned by MdpDFPScanSectors.OverrideAnOverflow.
+        if (block.sectors)
+            dfsamples::blankSectors(pieceFields.azimuth, block.sectors->azimuthSectors, piece);
+        anyBlanked |= blankSamples(block, first, piece);
+    }
+    setSuperResolution(block, samples);
+    if (anyBlanked)
+        emit SignalFrequencyBlanking();
+}
+
+// Some samples of a block, from the `first`-th on.
+// Result: whether a blanking range blanks one of them.
+bool MdpDFPScan::blankSamples(const Block& block, std::size_t first,
+                              std::span<values::DFSpectrumSample> samples)
+{
+    const blanking::Stretch stretch{samples, qint64{block.header.firstChannel} + static_cast<qint64>(first),
+                                    block.flag(flag::overflow)};
+    m_blanking->BlankBySuppressRanges(block.header.jobId, stretch);
+    return block.flag(flag::blanking) && m_blanking->BlankByBlankingRanges(block.header.jobId, stretch);
+}
+
+void MdpDFPScan::setSuperResolution(const Block& block, std::span<values::DFSpectrumSample> samples) const
+{
     if (block.waves.count == 0)
         return dfsamples::discardSuperResolution(samples);
     const auto threshold =
         m_qualityThreshold ? std::optional<int>{m_qualityThreshold->GetValue()} : std::nullopt;
     dfsamples::setSuperResolution(block.waves, threshold, samples);
-}
-
-void MdpDFPScan::blankSamples(const Block& block, std::span<values::DFSpectrumSample> samples)
-{
-    m_blanking->BlankBySuppressRanges(samples, block.header);
-    const bool isBlanked = block.flag(flag::blanking);
-    if (isBlanked && m_blanking->BlankByBlankingRanges(samples, block.header))
-        emit SignalFrequencyBlanking();
-    m_blanking->UpdateStatus(block.header, block.mapStamp, isBlanked);
 }
 
 // False when the map refuses: the attribute ends there.

@@ -79,8 +79,11 @@ private:
     void updateTimes(const Block& block);
     void followFrequency(const Block& block);
     void callReceiver(const Block& block) const;
+    [[nodiscard]] values::DFSpectrumSample::Validity validityOf(const Block& block) const;
     void fillSamples(const Block& block, std::span<values::DFSpectrumSample> samples);
-    void blankSamples(const Block& block, std::span<values::DFSpectrumSample> samples);
+    [[nodiscard]] bool blankSamples(const Block& block, std::size_t first,
+                                    std::span<values::DFSpectrumSample> samples);
+    void setSuperResolution(const Block& block, std::span<values::DFSpectrumSample> samples) const;
     [[nodiscard]] bool writeSamples(const Block& block, std::span<const values::DFSpectrumSample> samples);
     void finishBlock(const Block& block);
     void processBlock(Block block);

@@ -12,8 +12,9 @@
 struct DfOptHeader;
 
 /// Brings direction-finding scans into a direction-finding spectrum map whose grid follows from the job's
-/// scan ranges. Until scan ranges arrive, every trace is dropped. Owner:  shares the map with the
-/// application. Thread: that of the dispatcher; scan ranges must come in the same one.
+/// scan ranges. Until scan ranges arrive, every trace is dropped.
+/// Owner:  shares the map with the application.
+/// Thread: that of the dispatcher; scan ranges must come in the same one.
 class Q_DECL_EXPORT MdpDFPScanSCIF : public QObject, public IMassDataProcessor {
     Q_OBJECT
 

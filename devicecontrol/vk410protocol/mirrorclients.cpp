@@ -14,6 +14,9 @@ constexpr qint64 stalledBytes = qint64{8} << 20;
 constexpr qint64 stalledMilliseconds = 5'000;
 constexpr qint64 mostBytes = qint64{32} << 20;
 
+// How often the system is asked whether a peer lives.
+constexpr qint64 askMilliseconds = 1'000;
+
 constexpr std::size_t datagramsPerCall = 256;
 
 // Hands as many bytes to the system as it takes at once, past Qt's buffer: Qt writes one small chunk per turn
@@ -54,8 +57,9 @@ void MirrorClients::add(QTcpSocket* socket)
     QObject::connect(socket, &QIODevice::readyRead, socket,
                      [socket] { socket->skip(socket->bytesAvailable()); });
     peerwatch::watch(*socket);
-    Client client{socket, 0, {}};
+    Client client{socket, 0, {}, {}};
     client.progress.start();
+    client.asked.start();
     m_clients.push_back(client);
 }
 
@@ -137,7 +141,16 @@ bool MirrorClients::isStalled(Client& client) const
         return true;
     if (client.waiting > stalledBytes && client.progress.hasExpired(stalledMilliseconds))
         return true;
-    return client.waiting != 0 && peerwatch::isDead(*client.socket);
+    return isDead(client);
+}
+
+// Also where nothing waits here: a thin stream takes hours to fill the system's own buffer.
+bool MirrorClients::isDead(Client& client)
+{
+    if (!client.asked.hasExpired(askMilliseconds))
+        return false;
+    client.asked.start();
+    return peerwatch::isDead(*client.socket);
 }
 
 void MirrorClients::disconnectAll()

@@ -34,12 +34,14 @@ private:
         QTcpSocket* socket;     // null: gone while the others are being served
         qint64 waiting = 0;     // after the last look
         QElapsedTimer progress; // since when none of it has left
+        QElapsedTimer asked;    // since the system was asked whether the peer lives
     };
 
     static void sendTo(QTcpSocket& socket, std::span<const std::unique_ptr<QByteArray>> datagrams);
     static void notice(Client& client);
     static void end(QTcpSocket& socket);
     [[nodiscard]] bool isStalled(Client& client) const;
+    static bool isDead(Client& client);
     void forgetRemoved();
 
     std::vector<Client> m_clients;

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "devicecontrol/vk410protocol/tcpreader.h"
+#include "devicecontrol/vk410protocol/datagramcutter.h"
 #include "devicecontrol/vk410protocol/mirrorclients.h"
 #include "devicecontrol/vk410protocol/peerwatch.h"
 #include "nqbase/errorhandler.h"
-#include "wire/framing.h"
 #include <QElapsedTimer>
 #include <QHostAddress>
 #include <QMetaMethod>
@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <exception>
 #include <iterator>
+#include <sys/socket.h>
 #include <utility>
 
 namespace {
@@ -26,8 +27,12 @@ constexpr quint32 largestMaxDatagramSize = 1U << 30U;
 constexpr qint64 bytesPerNotification = qint64{4} << 20;
 constexpr qint64 millisecondsPerNotification = 10;
 
-// Two spare bytes behind each datagram, so that the reader of its attributes need not copy it.
-constexpr int spareBytes = 2;
+// What is cut and sent to the mirror's clients at a time: little enough to stay in the processor's cache
+// until it is emitted, enough that the system calls for 16 clients do not count.
+constexpr qint64 bytesPerBlock = qint64{128} << 10;
+
+// What the socket itself takes in before it tells; the rest is taken from the system.
+constexpr qint64 bytesPerRead = qint64{16} << 10;
 
 void traceError(const QString& message, int line)
 {
@@ -44,7 +49,7 @@ bool hasSlot(const QObject* object, const char* signature)
 
 TcpReader::TcpReader(const QString& address, unsigned short port, QObject* parent)
     : m_socket(new QTcpSocket(this))
-    , m_maxDatagramSize(wire::datagram::defaultMaxSize)
+    , m_cutter(std::make_unique<DatagramCutter>([this](char* to, qint64 size) { return read(to, size); }))
     , m_mirror(std::make_unique<MirrorClients>())
 {
     qRegisterMetaType<UdpDatagram*>("UdpDatagram*");
@@ -55,7 +60,7 @@ TcpReader::TcpReader(const QString& address, unsigned short port, QObject* paren
     if (hasSlot(parent, "ProcessDatagram(UdpDatagram*)"))
         connect(this, SIGNAL(si_newDatagram(UdpDatagram*)), parent, SLOT(ProcessDatagram(UdpDatagram*)));
     connect(m_socket, &QAbstractSocket::connected, this, [this] { peerwatch::watch(*m_socket); });
-    m_socket->setReadBufferSize(bytesPerNotification);
+    m_socket->setReadBufferSize(bytesPerRead);
     m_socket->connectToHost(address, port, QIODevice::ReadOnly, QAbstractSocket::AnyIPProtocol);
     m_socket->waitForConnected(connectMilliseconds);
 }
@@ -86,7 +91,7 @@ bool TcpReader::StartMassDataMirror(const QString& address, unsigned short port)
 
 void TcpReader::SetMaxDatagramSize(quint32 bytes)
 {
-    m_maxDatagramSize = std::min(bytes, largestMaxDatagramSize);
+    m_cutter->setMaxSize(std::min(bytes, largestMaxDatagramSize));
 }
 
 QString TcpReader::GetLocalAddress() const
@@ -111,8 +116,7 @@ qint64 TcpReader::MirrorBytesWaiting() const
 
 bool TcpReader::HasPendingDatagrams() const
 {
-    const qint64 needed = m_buffer ? qint64{m_total} - m_buffer->size() : qint64{wire::datagram::headerSize};
-    return !m_complete.empty() || (!m_brokenAt && m_socket->bytesAvailable() >= needed);
+    return !m_complete.empty() || m_cutter->mayHaveWhole(m_socket->bytesAvailable());
 }
 
 void TcpReader::SlotReadyRead()
@@ -127,19 +131,40 @@ void TcpReader::SlotReadyRead()
         if (self)
             self->m_isReading = false;
     });
-    // All complete datagrams first: they go to each client as one block, and are emitted afterwards.
-    if (m_complete.empty())
-        tellCut(cutAvailable());
-    if (self)
-        emitComplete();
-    if (!self)
-        return;
-    if (m_brokenAt && m_complete.empty())
+    QElapsedTimer timer;
+    timer.start();
+    qint64 bytes = 0;
+    do {
+        if (m_complete.empty())
+            bytes += m_mirror->count() == 0 ? passOn(timer) : cutBlock();
+        if (self)
+            emitComplete(timer);
+        if (!self)
+            return;
+    } while (hasMore() && bytes < bytesPerNotification && !timer.hasExpired(millisecondsPerNotification));
+    if (m_cutter->brokenAt() && m_complete.empty())
         return breakStream();
-    const bool moreToCut =
-        m_socket->bytesAvailable() >= (m_buffer ? qint64{1} : qint64{wire::datagram::headerSize});
-    if (!m_complete.empty() || moreToCut)
+    if (hasMore())
         continueLater();
+}
+
+// The socket's own bytes came while a receiver ran an event loop of its own; nobody will tell of them again.
+bool TcpReader::hasMore() const
+{
+    return !m_complete.empty() || (!m_cutter->brokenAt() && (!m_isDry || m_socket->bytesAvailable() > 0));
+}
+
+// What waits in the socket first, then straight from the system: Qt would take it in with a copy and a turn
+// of the event loop more.
+qint64 TcpReader::read(char* to, qint64 size)
+{
+    if (m_socket->bytesAvailable() > 0)
+        return m_socket->read(to, size);
+    if (m_socket->state() != QAbstractSocket::ConnectedState)
+        return 0;
+    // The end and errors are found by the socket itself at its next look.
+    return ::recv(static_cast<int>(m_socket->socketDescriptor()), to, static_cast<std::size_t>(size),
+                  MSG_DONTWAIT);
 }
 
 void TcpReader::continueLater()
@@ -154,25 +179,44 @@ void TcpReader::continueLater()
         Qt::QueuedConnection);
 }
 
-// Result: what waited for each mirror client that was cut.
-std::vector<qint64> TcpReader::cutAvailable()
+// Cuts and emits one by one, while there is no client: each datagram gets the memory that the one before has
+// just given back. Result: their bytes.
+qint64 TcpReader::passOn(const QElapsedTimer& timer)
+{
+    const QPointer<TcpReader> self = this;
+    qint64 size = 0;
+    do {
+        Bytes bytes = m_cutter->next();
+        m_isDry = !bytes;
+        if (m_isDry)
+            break;
+        size += bytes->size();
+        emitDatagram(std::move(bytes));
+    } while (self && m_mirror->count() == 0 && size < bytesPerNotification &&
+             !timer.hasExpired(millisecondsPerNotification));
+    return size;
+}
+
+// A block of complete datagrams: it goes to each client as one, and is emitted afterwards. Result: its bytes.
+qint64 TcpReader::cutBlock()
 {
     std::vector<Bytes> block;
     qint64 size = 0;
-    while (size < bytesPerNotification && (m_buffer || beginDatagram())) {
-        takeBytes();
-        if (static_cast<quint32>(m_buffer->size()) < m_total)
+    while (size < bytesPerBlock) {
+        Bytes bytes = m_cutter->next();
+        m_isDry = !bytes;
+        if (m_isDry)
             break;
-        size += m_buffer->size();
-        block.push_back(std::exchange(m_buffer, nullptr));
-        m_total = 0;
+        size += bytes->size();
+        block.push_back(std::move(bytes));
     }
-    std::vector<qint64> cut;
-    if (!block.empty())
-        cut = m_mirror->send(block);
+    if (block.empty())
+        return 0;
+    const std::vector<qint64> clientsCut = m_mirror->send(block);
     m_complete.insert(m_complete.end(), std::make_move_iterator(block.begin()),
                       std::make_move_iterator(block.end()));
-    return cut;
+    tellCut(clientsCut);
+    return size;
 }
 
 void TcpReader::tellCut(const std::vector<qint64>& waiting)
@@ -186,64 +230,23 @@ void TcpReader::tellCut(const std::vector<qint64>& waiting)
     }
 }
 
-// False when the header is not there yet, or cannot be true.
-bool TcpReader::beginDatagram()
-{
-    constexpr int headerSize = wire::datagram::headerSize;
-    if (m_brokenAt || m_socket->bytesAvailable() < headerSize)
-        return false;
-    char header[headerSize];
-    if (m_socket->read(header, headerSize) != headerSize)
-        return false;
-    try {
-        m_total = *wire::datagramSize(wire::View{header, sizeof header}, m_maxDatagramSize);
-    } catch (const wire::BadDatagramSize& bad) {
-        traceError(QStringLiteral("Mass-data stream given up: ") + QString::fromLatin1(bad.what()), __LINE__);
-        m_brokenAt = wire::View{header, sizeof header}.get(wire::datagram::totalLength);
-        return false;
-    }
-    m_buffer = std::make_unique<QByteArray>();
-    // Room for what has arrived, never for what is promised.
-    const qint64 arrived = std::min<qint64>(m_total, headerSize + m_socket->bytesAvailable());
-    m_buffer->reserve(static_cast<int>(arrived) + spareBytes);
-    m_buffer->append(header, headerSize);
-    return true;
-}
-
-void TcpReader::takeBytes()
-{
-    const qint64 missing = qint64{m_total} - m_buffer->size();
-    const auto take = static_cast<int>(std::min(missing, m_socket->bytesAvailable()));
-    if (take <= 0)
-        return;
-    const int begin = m_buffer->size();
-    if (m_buffer->capacity() < begin + take + spareBytes) {
-        // Doubled, so that a datagram which arrives in small pieces is moved a few times only.
-        const qint64 room =
-            std::min<qint64>(std::max<qint64>(qint64{begin} * 2, qint64{begin} + take), m_total);
-        m_buffer->reserve(static_cast<int>(room) + spareBytes);
-    }
-    m_buffer->resize(begin + take);
-    const qint64 taken = m_socket->read(m_buffer->data() + begin, take);
-    m_buffer->resize(begin + static_cast<int>(std::max<qint64>(taken, 0)));
-}
-
 // After what came before it was delivered: the end of the connection may make its host let go of the reader.
 void TcpReader::breakStream()
 {
     const QPointer<TcpReader> self = this;
-    m_total = 0;
+    traceError(QStringLiteral("Mass-data stream given up: ") + m_cutter->reason(), __LINE__);
+    if (!self)
+        return;
+    const quint32 length = *m_cutter->brokenAt();
     m_socket->abort();
     if (self && m_observer)
-        m_observer->StreamBroken(*m_brokenAt);
+        m_observer->StreamBroken(length);
 }
 
 // As many as the time of one notification allows.
-void TcpReader::emitComplete()
+void TcpReader::emitComplete(const QElapsedTimer& timer)
 {
     const QPointer<TcpReader> self = this;
-    QElapsedTimer timer;
-    timer.start();
     while (self && !m_complete.empty() && !timer.hasExpired(millisecondsPerNotification)) {
         Bytes bytes = std::move(m_complete.front());
         m_complete.pop_front();

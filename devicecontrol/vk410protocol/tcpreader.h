@@ -7,10 +7,11 @@
 #include <QString>
 #include <deque>
 #include <memory>
-#include <optional>
 #include <vector>
 
+class QElapsedTimer;
 class QTcpSocket;
+class DatagramCutter;
 class MirrorClients;
 
 /// Reads a receiver's mass-data stream and emits its datagrams; optionally a server that forwards them byte
@@ -65,23 +66,22 @@ private slots:
 private:
     using Bytes = std::unique_ptr<QByteArray>;
 
-    [[nodiscard]] bool beginDatagram();
-    void takeBytes();
-    [[nodiscard]] std::vector<qint64> cutAvailable();
+    [[nodiscard]] bool hasMore() const;
+    [[nodiscard]] qint64 passOn(const QElapsedTimer& timer);
+    [[nodiscard]] qint64 cutBlock();
+    [[nodiscard]] qint64 read(char* to, qint64 size);
     void tellCut(const std::vector<qint64>& waiting);
     void breakStream();
-    void emitComplete();
+    void emitComplete(const QElapsedTimer& timer);
     void continueLater();
     void emitDatagram(Bytes bytes);
 
     QTcpSocket* m_socket;
-    Bytes m_buffer;               // the datagram being assembled; null between datagrams
-    quint32 m_total = 0;          // its length from its header
+    std::unique_ptr<DatagramCutter> m_cutter;
     std::deque<Bytes> m_complete; // cut and mirrored, not yet emitted
-    quint32 m_maxDatagramSize;
-    std::optional<quint32> m_brokenAt; // the length that cannot be true; the stream ends there
-    bool m_isReading = false;   // a notification from inside a callback leaves the work to the outer one
-    bool m_isContinued = false; // the next turn of the event loop goes on, notifications need not
+    bool m_isDry = true;          // nothing has arrived behind the last datagram
+    bool m_isReading = false;     // a notification from inside a callback leaves the work to the outer one
+    bool m_isContinued = false;   // the next turn of the event loop goes on, notifications need not
     std::unique_ptr<MirrorClients> m_mirror;
     IMassDataObserver* m_observer = nullptr;
 };

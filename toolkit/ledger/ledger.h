@@ -81,6 +81,9 @@ public:
     /// The next datagram comes from another sender, or from one that began anew.
     void restartSequence() { m_sequence.restart(); }
 
+    /// Nothing came for a while before the next datagram: its sender may have begun anew meanwhile.
+    void followSilence() { m_sequence.followSilence(); }
+
     [[nodiscard]] Counters counters() const;
 
     /// Datagrams lost on the wire, when the next one has this number.

@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "toolkit/ledger/sequencetracker.h"
+#include <utility>
 
 namespace ledger {
 
 void SequenceTracker::take(std::uint16_t sequence)
 {
     const auto ahead = static_cast<std::int16_t>(static_cast<std::uint16_t>(sequence - m_expected));
-    if (!m_started || ahead < -window) {
+    const int furthestBack = std::exchange(m_isAfterSilence, false) ? 0 : -window;
+    if (!m_started || ahead < furthestBack) {
         m_restarts += m_started ? 1 : 0;
         m_missing.reset();
         m_started = true;

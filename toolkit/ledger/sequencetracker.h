@@ -18,6 +18,10 @@ public:
     /// The next number starts a new sequence.
     void restart() { m_started = false; }
 
+    /// Nothing has come for longer than a network holds anything back: a number that lies behind is no late one,
+    /// its sender began anew.
+    void followSilence() { m_isAfterSilence = true; }
+
     /// Datagrams that never came. A late one takes its count back.
     [[nodiscard]] std::uint64_t lost() const { return m_lost; }
     [[nodiscard]] std::uint64_t duplicates() const { return m_duplicates; }
@@ -35,6 +39,7 @@ private:
     std::bitset<65'536> m_missing; // numbers that were skipped and may still come
     std::uint16_t m_expected = 0;
     bool m_started = false;
+    bool m_isAfterSilence = false;
     std::uint64_t m_lost = 0;
     std::uint64_t m_duplicates = 0;
     std::uint64_t m_reordered = 0;

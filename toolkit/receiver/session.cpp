@@ -13,6 +13,9 @@ namespace {
 
 constexpr double dfScanMode = 23; // key of DRVCOMMANDS
 
+// Longer than any network holds a datagram back.
+constexpr qint64 silenceMilliseconds = 1'000;
+
 class IfpanConfig final : public MdpIfpan::IConfig {
 public:
     explicit IfpanConfig(const SessionOptions& options)
@@ -157,6 +160,7 @@ void Session::run(std::unique_ptr<Source> source)
 {
     m_source = std::move(source);
     m_source->setObserver(&m_ledger);
+    m_source->setSendersWanted(!m_taps.empty());
     if (!m_hasScanRanges)
         beginDfScan(m_source->scanRanges());
     connect(m_source.get(), &Source::said, this, &Session::said);
@@ -168,8 +172,17 @@ void Session::run(std::unique_ptr<Source> source)
     m_source->start([this](Received received) { take(std::move(received)); });
 }
 
+void Session::addTap(Tap tap)
+{
+    m_taps.push_back(std::move(tap));
+    if (m_source)
+        m_source->setSendersWanted(true);
+}
+
 void Session::take(Received received)
 {
+    if (m_sinceLast.isValid() && m_sinceLast.hasExpired(silenceMilliseconds))
+        m_ledger.followSilence();
     m_sinceLast.start();
     m_lastReceivedNs = received.receivedNs;
     // The ledger counts what is missing when the datagram is through; its traces want to know before.
@@ -200,6 +213,7 @@ Status Session::status() const
         const Source::Facts facts = m_source->facts();
         status.source = facts.name;
         status.state = facts.state;
+        status.silence = facts.silence;
     }
     const values::ChannelRangeDefinition& grid = m_values.ifPanorama->GetChannelRangeDefinition();
     if (grid.GetChannelCount() != 0) {

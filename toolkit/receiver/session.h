@@ -49,6 +49,7 @@ struct SessionOptions {
 struct Status {
     std::string source;
     std::string state;
+    std::string silence; // what to look at when nothing arrives
     double centreHz = 0;
     double spanHz = 0;
     unsigned int channels = 0;
@@ -80,7 +81,7 @@ public:
     void take(Received received);
 
     /// Adds a listener in front of the library: a recorder.
-    void addTap(Tap tap) { m_taps.push_back(std::move(tap)); }
+    void addTap(Tap tap);
 
     [[nodiscard]] Source* source() { return m_source.get(); }
     [[nodiscard]] ReceiverValues& values() { return m_values; }

@@ -36,7 +36,8 @@ public:
         quint64 kernelDropped = 0; // UDP
         int bufferAsked = 0;       // UDP: bytes of the socket's buffer
         int bufferGranted = 0;
-        std::string advice; // a command that helps, or empty
+        std::string advice;  // a command that helps, or empty
+        std::string silence; // what to look at when nothing arrives, with a command; empty: nothing
     };
 
     /// Begins; datagrams go to `sink` from the event loop.
@@ -50,6 +51,10 @@ public:
 
     /// Who is told about broken streams and cut mirror clients.
     virtual void setObserver(IMassDataObserver* /*observer*/) {}
+
+    /// Whether `Received::origin` has to name who sent a datagram; true at first. Asking the system for it
+    /// costs as much as a fifth of the reception of a small packet.
+    virtual void setSendersWanted(bool /*areWanted*/) {}
 
     /// Mirrors the stream on `place`; TCP sources only.
     /// Errors: std::runtime_error.

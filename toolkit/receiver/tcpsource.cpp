@@ -151,6 +151,14 @@ Source::Facts TcpSource::facts() const
     Facts facts;
     facts.name = fmt::format("tcp {}:{}", m_spec.host, m_spec.port);
     facts.state = m_state;
+    facts.silence =
+        m_reader
+            ? fmt::format(
+                  "{} is connected and sends nothing: is a measurement running there? 'sudo tcpdump -c 3 "
+                  "-ni any tcp port {}' shows what comes",
+                  m_spec.host, m_spec.port)
+            : fmt::format("does {} listen on TCP port {}? 'nc -vz {} {}' asks it; vk410 goes on trying",
+                          m_spec.host, m_spec.port, m_spec.host, m_spec.port);
     return facts;
 }
 

@@ -9,14 +9,14 @@
 #include <stdexcept>
 #include <sys/socket.h>
 #include <unistd.h>
-#include <vector>
 
 namespace receiver {
 
 namespace {
 
 constexpr std::size_t batchSize = 64;
-constexpr std::size_t largestPacket = 65'536;
+constexpr int largestPacket = 65'536;
+constexpr int spareBytes = 2;
 
 [[noreturn]] void fail(const SourceSpec& spec, const char* what, const char* advice)
 {
@@ -79,13 +79,38 @@ bool isV6(const SourceSpec& spec)
 
 } // namespace
 
-// Where a batch of packets is received into; one for all batches.
+// Where a batch of packets is received into: each one straight into the array that the library gets, which
+// has room for the longest packet there is. Memory that is not written to costs nothing.
 struct UdpSocket::Batch {
-    std::vector<unsigned char> bytes = std::vector<unsigned char>(batchSize * largestPacket);
-    std::array<iovec, batchSize> parts{};
-    std::array<sockaddr_storage, batchSize> senders{};
+    struct Place {
+        std::unique_ptr<QByteArray> bytes;
+        iovec part{};
+        sockaddr_storage sender{};
+    };
+    std::array<Place, batchSize> places{};
     std::array<mmsghdr, batchSize> messages{};
+
+    void prepare(std::size_t place);
+    std::unique_ptr<QByteArray> take(std::size_t place);
 };
+
+void UdpSocket::Batch::prepare(std::size_t place)
+{
+    Place& each = places[place];
+    each.bytes = std::make_unique<QByteArray>(largestPacket, Qt::Uninitialized);
+    each.bytes->reserve(largestPacket); // so that taking less of it keeps it where it is
+    each.part = {each.bytes->data(), largestPacket - spareBytes};
+    msghdr& header = messages[place].msg_hdr;
+    header.msg_iov = &each.part;
+    header.msg_iovlen = 1;
+}
+
+std::unique_ptr<QByteArray> UdpSocket::Batch::take(std::size_t place)
+{
+    std::unique_ptr<QByteArray> bytes = std::move(places[place].bytes);
+    bytes->resize(static_cast<int>(messages[place].msg_len));
+    return bytes;
+}
 
 UdpSocket::UdpSocket(const SourceSpec& spec, int bufferBytes)
     : m_descriptor(::socket(isV6(spec) ? AF_INET6 : AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0))
@@ -147,23 +172,22 @@ void UdpSocket::join(const SourceSpec& spec)
         fail(spec, "join the multicast group", "name the address of the interface: udp://group@address:port");
 }
 
-std::size_t UdpSocket::receive(const std::function<void(const Packet&)>& take)
+std::size_t UdpSocket::receive(bool withSenders, const std::function<void(Packet)>& take)
 {
     Batch& batch = *m_batch;
     for (std::size_t i = 0; i < batchSize; ++i) {
-        batch.parts[i] = {batch.bytes.data() + i * largestPacket, largestPacket};
+        if (!batch.places[i].bytes) // at first, and where something was thrown in the batch before
+            batch.prepare(i);
         msghdr& header = batch.messages[i].msg_hdr;
-        header = {};
-        header.msg_name = &batch.senders[i];
-        header.msg_namelen = sizeof batch.senders[i];
-        header.msg_iov = &batch.parts[i];
-        header.msg_iovlen = 1;
+        header.msg_name = withSenders ? &batch.places[i].sender : nullptr;
+        header.msg_namelen = withSenders ? sizeof batch.places[i].sender : 0;
     }
     const int count = ::recvmmsg(m_descriptor, batch.messages.data(), batchSize, MSG_DONTWAIT, nullptr);
     for (int i = 0; i < count; ++i) {
         const auto at = static_cast<std::size_t>(i);
-        const auto* const begin = static_cast<const unsigned char*>(batch.parts[at].iov_base);
-        take({{begin, batch.messages[at].msg_len}, endpointOf(batch.senders[at])});
+        take({batch.take(at), withSenders ? endpointOf(batch.places[at].sender) : recording::Endpoint{}});
+        // At once: it gets the very memory that the packet before has just given back.
+        batch.prepare(at);
     }
     return count > 0 ? static_cast<std::size_t>(count) : 0;
 }

@@ -3,16 +3,16 @@
 // A UDP socket that receives in batches and knows what the system dropped.
 #include "toolkit/receiver/sourcespec.h"
 #include "toolkit/recording/origin.h"
+#include <QByteArray>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <span>
 
 namespace receiver {
 
-/// One packet in a batch, valid during the call only.
+/// One packet: its bytes, two spare ones reserved behind them, and who sent it.
 struct Packet {
-    std::span<const unsigned char> bytes;
+    std::unique_ptr<QByteArray> bytes;
     recording::Endpoint from;
 };
 
@@ -28,9 +28,9 @@ public:
 
     [[nodiscard]] int descriptor() const { return m_descriptor; }
 
-    /// Takes one batch of what waits, without waiting.
+    /// Takes one batch of what waits, without waiting; `withSenders`: learns who sent each packet.
     /// Result: packets taken.
-    std::size_t receive(const std::function<void(const Packet&)>& take);
+    std::size_t receive(bool withSenders, const std::function<void(Packet)>& take);
 
     /// Size of the receive buffer as the system counts it, half of what it reports.
     [[nodiscard]] int bufferGranted() const;

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include "toolkit/receiver/udpsource.h"
-#include "toolkit/recording/datagramsource.h"
 #include <QElapsedTimer>
 #include <fmt/format.h>
 
@@ -11,21 +10,17 @@ namespace {
 // What one notification handles before the event loop runs again.
 constexpr qint64 millisecondsPerNotification = 10;
 
-std::unique_ptr<QByteArray> withSpareBytes(std::span<const unsigned char> bytes)
-{
-    return std::make_unique<QByteArray>(recording::withSpareRoom(bytes.data(), bytes.size()));
-}
-
 } // namespace
 
-UdpSource::UdpSource(const SourceSpec& spec)
+UdpSource::UdpSource(const SourceSpec& spec, int bufferBytes)
     : m_spec(spec)
+    , m_bufferBytes(bufferBytes)
 {}
 
 void UdpSource::start(Sink sink)
 {
     m_sink = std::move(sink);
-    m_socket = std::make_unique<UdpSocket>(m_spec, bufferBytes);
+    m_socket = std::make_unique<UdpSocket>(m_spec, m_bufferBytes);
     m_notifier = std::make_unique<QSocketNotifier>(m_socket->descriptor(), QSocketNotifier::Read);
     connect(m_notifier.get(), &QSocketNotifier::activated, this, [this] { takeWhatWaits(); });
     const Facts now = facts();
@@ -41,8 +36,8 @@ void UdpSource::takeWhatWaits()
     std::size_t taken = 0;
     do {
         const std::int64_t receivedNs = nowNs();
-        taken = m_socket->receive([&](const Packet& packet) {
-            m_sink({std::make_unique<UdpDatagram>(withSpareBytes(packet.bytes)),
+        taken = m_socket->receive(m_sendersWanted, [&](Packet packet) {
+            m_sink({std::make_unique<UdpDatagram>(std::move(packet.bytes)),
                     receivedNs,
                     {recording::Transport::Udp, packet.from, m_socket->local()}});
         });
@@ -55,7 +50,11 @@ Source::Facts UdpSource::facts() const
     facts.name =
         fmt::format("udp {}{}:{}", m_spec.group.isNull() ? "" : m_spec.group.toString().toStdString() + "@",
                     m_spec.address.isNull() ? "any" : m_spec.address.toString().toStdString(), m_spec.port);
-    facts.bufferAsked = bufferBytes;
+    facts.bufferAsked = m_bufferBytes;
+    facts.silence =
+        fmt::format("does the receiver send to UDP port {} of this machine? 'sudo tcpdump -c 3 -ni any udp "
+                    "port {}' shows what comes, 'ip address' where to",
+                    m_spec.port, m_spec.port);
     if (!m_socket) {
         facts.state = "not started";
         return facts;
@@ -63,10 +62,10 @@ Source::Facts UdpSource::facts() const
     facts.bufferGranted = m_socket->bufferGranted();
     facts.kernelDropped = m_socket->kernelDropped();
     facts.state =
-        fmt::format("listening, socket buffer {} of {} kB", facts.bufferGranted / 1024, bufferBytes / 1024);
-    if (facts.bufferGranted < bufferBytes)
+        fmt::format("listening, socket buffer {} of {} kB", facts.bufferGranted / 1024, m_bufferBytes / 1024);
+    if (facts.bufferGranted < m_bufferBytes)
         facts.advice = fmt::format("a larger socket buffer loses less: sudo sysctl -w net.core.rmem_max={}",
-                                   bufferBytes);
+                                   m_bufferBytes);
     return facts;
 }
 

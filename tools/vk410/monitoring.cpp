@@ -5,12 +5,14 @@
 #include <QCoreApplication>
 #include <cstdio>
 #include <fmt/format.h>
+#include <utility>
 
 namespace verbs {
 
 namespace {
 
 constexpr int secondMilliseconds = 1'000;
+constexpr double silentSeconds = 3;
 constexpr std::uint16_t defaultPagePort = 4410;
 
 std::string frequencyText(double hertz)
@@ -22,7 +24,7 @@ std::string ageText(const receiver::Status& status)
 {
     if (status.ageSeconds < 0)
         return "no data yet";
-    if (status.ageSeconds > 3)
+    if (status.ageSeconds > silentSeconds)
         return fmt::format("silent for {:.0f} s", status.ageSeconds);
     return fmt::format("age {:.0f} ms", status.ageSeconds * 1e3);
 }
@@ -117,6 +119,7 @@ int Monitoring::run(const std::string& announcement)
     if (!announcement.empty())
         say(announcement);
     m_sinceTick.start();
+    m_sinceStart.start();
     m_timer.start(secondMilliseconds);
     if (m_options.seconds > 0)
         QTimer::singleShot(static_cast<int>(m_options.seconds * secondMilliseconds),
@@ -145,6 +148,18 @@ void Monitoring::tick()
     if (m_options.stats)
         printStats();
     say(statusLine());
+    adviseWhenSilent(m_last);
+}
+
+// Once each time.
+void Monitoring::adviseWhenSilent(const receiver::Status& status)
+{
+    const double silence =
+        status.ageSeconds < 0 ? static_cast<double>(m_sinceStart.elapsed()) / 1e3 : status.ageSeconds;
+    if (silence <= silentSeconds)
+        m_isToldOfSilence = false;
+    else if (!std::exchange(m_isToldOfSilence, true) && !status.silence.empty())
+        say("nothing arrives: " + status.silence);
 }
 
 std::string Monitoring::statusLine()

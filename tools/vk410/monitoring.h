@@ -39,8 +39,8 @@ class Monitoring {
 public:
     Monitoring(std::unique_ptr<receiver::Source> source, const MonitorOptions& options);
 
-    /// Runs the event loop; says `announcement` once the source has been started, prints the ledger at the end.
-    /// Result: an ExitCode.
+    /// Runs the event loop; says `announcement` once the source has been started, prints the ledger at the
+    /// end. Result: an ExitCode.
     int run(const std::string& announcement);
 
     [[nodiscard]] receiver::Session& session() { return m_session; }
@@ -54,6 +54,7 @@ public:
 
 private:
     void tick();
+    void adviseWhenSilent(const receiver::Status& status);
     void printStats();
     [[nodiscard]] ledger::Counters counters();
     [[nodiscard]] std::string statusLine();
@@ -65,6 +66,8 @@ private:
     std::unique_ptr<MetricsServer> m_metrics;
     QTimer m_timer;
     QElapsedTimer m_sinceTick;
+    QElapsedTimer m_sinceStart;
+    bool m_isToldOfSilence = false;
     receiver::Status m_last;
     std::unique_ptr<pageserver::PageServer> m_page; // goes first: it looks at all of them
 };

@@ -53,6 +53,14 @@ void addMonitor(CLI::App& program, Run& run)
     verb->add_option("--for", arguments->options.seconds, "stop after SECONDS")->type_name("SECONDS");
     verb->add_option("--rate", arguments->rate, "play a recording R times as fast; 0: as fast as possible")
         ->type_name("R");
+    verb->add_option("--panorama-tag", arguments->options.session.ifPanoramaTag,
+                     "tag of IF panoramas; else 501")
+        ->type_name("TAG");
+    verb->add_option("--zero-span-tag", arguments->options.session.zeroSpanTag, "tag of zero span; else 1801")
+        ->type_name("TAG");
+    verb->add_option("--df-tag", arguments->options.session.dfScanTag,
+                     "tag of direction-finding scans; else 5301")
+        ->type_name("TAG");
     arguments->df.addTo(*verb);
     verb->footer("Examples:\n"
                  "  vk410 monitor udp://:5555 --scan-range 1:145M-155M/12.5k\n"

@@ -233,6 +233,20 @@ TEST_F(MdpDFPScanBlankingStore, ChangesOfARangeResetItsStatus)
     EXPECT_THAT(status(), ElementsAre("1: 100000000-100000001 Hz open @0"));
 }
 
+TEST_F(MdpDFPScanBlankingStore, IsFollowedAtTwoChangeCodesOnly)
+{
+    rx.setFourChannels();
+    // Whoever makes a change is not told about it: the processor seems to make these itself.
+    rx.blankingRanges->SetRange(1, 1, 2, {}, &rx.processor());
+    rx.processor().Update(rx.blankingRanges.get(), 10);
+    EXPECT_THAT(status(), IsEmpty());
+    rx.processor().Update(rx.blankingRanges.get(), 3);
+    EXPECT_THAT(status(), ElementsAre("1: 1-2 Hz open @0"));
+    rx.blankingRanges->SetRange(2, 3, 4, {}, &rx.processor());
+    rx.processor().Update(rx.blankingRanges.get(), 7);
+    EXPECT_EQ(status().size(), 2U);
+}
+
 TEST_F(MdpDFPScanBlankingStore, UnknownKindsAreTracedAndSkipped)
 {
     rx.setFourChannels();
@@ -424,6 +438,19 @@ TEST_F(MdpDFPScanBlankingStatus, SkipsRangesThatHaveNone)
     rx.receive(blanked());
     EXPECT_THAT(status(), IsEmpty());
     EXPECT_EQ(rx.validities(), "2111");
+}
+
+TEST_F(MdpDFPScanBlankingStatus, IsNotNeededForChannelsToBeBlanked)
+{
+    rx.tree->Remove("/INTERFACES/Blanking/Ranges/List");
+    rx.setFourChannels();
+    rx.blankingRanges->SetRange(1, 100'000'000, 100'000'000);
+    rx.receive(blanked());
+    rx.receive(blanked());
+    EXPECT_EQ(rx.validities(), "2111");
+    rx.blankingRanges->Clear();
+    rx.receive(blanked());
+    EXPECT_EQ(rx.validities(), "1111");
 }
 
 TEST_F(MdpDFPScanBlankingStatus, MayChangeWhileItIsWritten)

@@ -162,23 +162,28 @@ Sample plainSample(const dfsamples::RawFields& raw, Sample::Validity validity, s
     return sample;
 }
 
+// Wide vectors where the machine has them, and those that every machine has.
+constexpr auto conversions = {dfsamples::convert, dfsamples::convertNarrow};
+
 TEST(DfSamples, AreThoseOfThePlainLoopForEveryNumber)
 {
     std::vector<short> all(65'536);
     for (std::size_t i = 0; i < all.size(); ++i)
         all[i] = static_cast<short>(i);
     const dfsamples::RawFields raw{all.data(), all.data(), all.data(), all.data(), all.data(), all.data()};
-    std::vector<Sample> samples(all.size());
-    dfsamples::convert(raw, Sample::Validity::Valid, samples);
-    for (std::size_t i = 0; i < all.size(); ++i)
-        ASSERT_EQ(samples[i], plainSample(raw, Sample::Validity::Valid, i)) << i;
+    for (const auto convert : conversions) {
+        std::vector<Sample> samples(all.size());
+        convert(raw, Sample::Validity::Valid, samples);
+        for (std::size_t i = 0; i < all.size(); ++i)
+            ASSERT_EQ(samples[i], plainSample(raw, Sample::Validity::Valid, i)) << i;
+    }
 }
 
 TEST(DfSamples, AreThoseOfThePlainLoopForEveryCountAlignmentAndChoiceOfFields)
 {
     std::mt19937 random{4711};
     for (unsigned choice = 0; choice < 64; ++choice) {
-        for (std::size_t count = 0; count < 34; ++count) {
+        for (std::size_t count = 0; count < 50; ++count) {
             // Exactly as long as the fields, so that a read too far is noticed.
             std::vector<std::vector<unsigned char>> bytes(6);
             std::vector<const short*> field(6, nullptr);
@@ -191,10 +196,13 @@ TEST(DfSamples, AreThoseOfThePlainLoopForEveryCountAlignmentAndChoiceOfFields)
                     field[f] = reinterpret_cast<const short*>(bytes[f].data() + shift);
             }
             const dfsamples::RawFields raw{field[0], field[1], field[2], field[3], field[4], field[5]};
-            std::vector<Sample> samples(count);
-            dfsamples::convert(raw, Sample::Validity::Blanked, samples);
-            for (std::size_t i = 0; i < count; ++i)
-                ASSERT_EQ(samples[i], plainSample(raw, Sample::Validity::Blanked, i)) << choice << " " << i;
+            for (const auto convert : conversions) {
+                std::vector<Sample> samples(count);
+                convert(raw, Sample::Validity::Blanked, samples);
+                for (std::size_t i = 0; i < count; ++i)
+                    ASSERT_EQ(samples[i], plainSample(raw, Sample::Validity::Blanked, i))
+                        << choice << " " << i;
+            }
         }
     }
 }
@@ -284,6 +292,50 @@ TEST_F(MdpDFPScanSectors, AreThoseOfTheTracesJobAndGoToTheReceiver)
     EXPECT_EQ(rx.receiver.range.startFrequency, 200'000'000U);
     EXPECT_EQ(rx.validities(), "11111211");
     EXPECT_THAT(log.take(), testing::Contains("SignalAzimuthBlanking").Times(2));
+}
+
+TEST_F(MdpDFPScanSectors, GoWithTheirScanRanges)
+{
+    rx.setFourChannels({{900, 1800}});
+    rx.receive({});
+    EXPECT_EQ(rx.validities(), "2211");
+    EXPECT_THAT(log.take(), testing::Contains("SignalAzimuthBlanking"));
+    rx.setFourChannels();
+    rx.receive({});
+    EXPECT_EQ(rx.validities(), "1111");
+    EXPECT_THAT(log.take(), testing::Not(testing::Contains("SignalAzimuthBlanking")));
+}
+
+// Long blocks are filled piece by piece; nobody may see where a piece ends.
+TEST_F(MdpDFPScanSamples, OfALongBlockAreThoseOfAShortOne)
+{
+    constexpr int count = 5'000;
+    rx.setRanges({scanRange(100'000'000, 100'000'000 + (count - 1) * 1'000, 1'000, 7, {{1500, 1600}})});
+    rx.localSuppress->AddRange(101'020'000, 101'030'000);  // channels 1020 to 1030
+    rx.blankingRanges->AddRange(102'000'000, 104'096'000); // channels 2000 to 4096
+    DfTrace trace;
+    trace.flags = dfflag::valid | dfflag::blanking;
+    trace.stepNumerator = 1'000;
+    trace.superResolutionCount = 1;
+    trace.waves = {{}, {}};
+    for (std::vector<short>* const field : {&trace.azimuth, &trace.quality, &trace.level, &trace.waves[1]}) {
+        field->resize(count);
+        for (int i = 0; i < count; ++i)
+            (*field)[static_cast<std::size_t>(i)] = static_cast<short>(i % 3600);
+    }
+    rx.receive(trace);
+    for (int i = 0; i < count; ++i) {
+        const Sample& sample = rx.at(static_cast<unsigned>(i));
+        const int raw = i % 3600;
+        const bool isInSector = raw >= 1500 && raw <= 1600;
+        const bool isBlanked = isInSector || (i >= 1020 && i <= 1030) || (i >= 2000 && i <= 4096);
+        ASSERT_EQ(sample.getValidity(), isBlanked ? Sample::Validity::Blanked : Sample::Validity::Valid) << i;
+        ASSERT_EQ(sample.getAzimuth(), isInSector ? 0 : raw * 10) << i;
+        ASSERT_EQ(sample.getQuality(), isInSector ? 0 : raw / 10) << i;
+        ASSERT_EQ(sample.getLevel(), static_cast<qint16>(raw * 10)) << i;
+        ASSERT_EQ(sample.getSuperResolutionSample()->getAzimuth(0), raw * 10) << i;
+    }
+    EXPECT_THAT(log.take(), testing::Contains("SignalFrequencyBlanking").Times(1));
 }
 
 TEST_F(MdpDFPScanSectors, WithoutAnyTheReceiverGetsNoScanRange)

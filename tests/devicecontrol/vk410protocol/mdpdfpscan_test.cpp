@@ -49,10 +49,7 @@ using MdpDFPScanAccept = MdpDFPScanTest;
 using MdpDFPScanHeader = MdpDFPScanTest;
 using MdpDFPScanTimes = MdpDFPScanTest;
 using MdpDFPScanFrequencies = MdpDFPScanTest;
-using MdpDFPScanGrid = MdpDFPScanTest;
-using MdpDFPScanPosition = MdpDFPScanTest;
 using MdpDFPScanOrder = MdpDFPScanTest;
-using MdpDFPScanFailure = MdpDFPScanTest;
 using MdpDFPScanAttitude = MdpDFPScanTest;
 
 TEST_F(MdpDFPScanInit, KeepsTheMapsSamplesAfterTheEndOfAScan)
@@ -83,6 +80,27 @@ TEST_F(MdpDFPScanInit, WorksWithoutAnyValueButTheMode)
     trace.flags = dfflag::overflow | dfflag::blanking | dfflag::endOfSweep;
     rx.receive(trace);
     EXPECT_THAT(log.take(), ElementsAre("SignalOverflow", "SignalBlanking", "SignalInvalid"));
+}
+
+TEST_F(MdpDFPScanInit, SkipsValuesOfAnotherType)
+{
+    const QString text = QStringLiteral("text");
+    for (const char* const name :
+         {"FREQUENCY", "POLARFREQUENCY", "DEMODUALTIONFREQUENCY", "KRT/DFTIMESTAMP", "KRT/SWEEPTIME",
+          "KRT/SPECTRUMAVERAGINGTIME", "KRT/DFALTUSED", "KRT/DFALTWATSONWATT", "KRT/QUALITYTHRESHOLD",
+          "KRT/RXBEARINGMAPPING", "GPSCOMPASS/UsePitchRollBlanking"}) {
+        const QString path = QStringLiteral("/RX/") + QLatin1String(name);
+        rx.tree->Remove(path);
+        const auto slash = path.lastIndexOf('/');
+        rx.tree->Create<values::Value<QString>>(path.left(slash), path.mid(slash + 1), text);
+    }
+    rx.setFourChannels();
+    rx.commands->SelectKey(28);
+    DfTrace trace;
+    trace.flags = dfflag::valid | dfflag::overflow | dfflag::endOfSweep;
+    rx.receive(trace);
+    EXPECT_THAT(log.take(),
+                ElementsAre("receive plain from 100000000 by 25000 span 75000 at 5000 x4", "SignalOverflow"));
 }
 
 TEST_F(MdpDFPScanAccept, TracesATraceWithoutOptionalHeaderUnderMask0x20)
@@ -133,6 +151,26 @@ TEST_F(MdpDFPScanAccept, SaysWhyItDropsATrace)
                 ElementsAre("no optional header", "no scan range has this job id", "not of the extended form",
                             "the receiver is in no mode of direction-finding scans"));
     EXPECT_THAT(log.take(), IsEmpty());
+}
+
+TEST_F(MdpDFPScanAccept, KeepsNothingOfATraceThatItDrops)
+{
+    rx.setFourChannels({{100, 200}});
+    watchAll();
+    DfTrace trace;
+    trace.flags = dfflag::valid | dfflag::method(3) | dfflag::endOfSweep;
+    trace.sweepTime = 9'000;
+    trace.jobId = 8;
+    rx.receive(trace); // the job is not known
+    trace.jobId = 7;
+    rx.commands->SelectKey(27);
+    rx.receive(trace);
+    EXPECT_THAT(log.take(), IsEmpty());
+    rx.commands->SelectKey(23);
+    trace.flags = dfflag::endOfSweep;
+    rx.receive(trace);
+    EXPECT_THAT(rx.altUsed->GetList(), ElementsAre(0));
+    EXPECT_EQ(rx.averagingTime->GetValue(), 0);
 }
 
 TEST_F(MdpDFPScanAccept, DropsEverythingWithoutAMode)
@@ -243,6 +281,23 @@ TEST_F(MdpDFPScanTimes, MeasureTheAveragingTimeFromTheBlockBehindAnEndOfSweepToT
     EXPECT_EQ(averagingTimeAt(250, 0), 0);
     EXPECT_EQ(averagingTimeAt(300, dfflag::endOfSweep), 107);
     EXPECT_EQ(averagingTimeAt(400, dfflag::endOfSweep), 7); // a sweep of one block begins and ends with it
+}
+
+TEST_F(MdpDFPScanTimes, AndMethodsOfASweepOutliveNewScanRanges)
+{
+    rx.setFourChannels();
+    DfTrace trace;
+    trace.flags = dfflag::endOfSweep;
+    rx.receive(trace);
+    trace.flags = dfflag::method(4);
+    trace.stamp = 6'000'000;
+    rx.receive(trace);
+    rx.setFourChannels();
+    trace.flags = dfflag::method(2) | dfflag::endOfSweep;
+    trace.stamp = 6'500'000;
+    rx.receive(trace);
+    EXPECT_THAT(rx.altUsed->GetList(), ElementsAre(4, 2));
+    EXPECT_EQ(rx.averagingTime->GetValue(), 500);
 }
 
 TEST_F(MdpDFPScanTimes, MeasuresTheAveragingTimeIn32BitsWithoutSign)
@@ -420,196 +475,6 @@ TEST_F(MdpDFPScanOrder, OfABlockWithoutChannelsIsTheSame)
     EXPECT_THAT(log.take(),
                 ElementsAre("receive plain from 100000000 by 25000 span 75000 at 5000 x0",
                             "map SetTimeStamp 5000", "map SetChannelValues 0+0 null", "map HasChanged 10"));
-}
-
-TEST_F(MdpDFPScanGrid, IsLaidOutFromTheScanRangesInTheirOrder)
-{
-    rx.processor().SlotNewOrModifiedScanRanges({scanRange(100'000'000, 100'100'000, 25'000, 7), nullptr,
-                                                scanRange(200'000'000, 200'050'000, 12'500, 8)});
-    EXPECT_THAT(log.take(), ElementsAre("map SetChannelRangeDefinition 10 10", "map HasChanged 10"));
-    const auto& ranges = rx.map->GetChannelRangeDefinition().GetRanges();
-    ASSERT_EQ(ranges.size(), 2U);
-    EXPECT_EQ(ranges[0], (values::ChannelRange{0, 5, 100e6, 25e3, ""}));
-    EXPECT_EQ(ranges[1], (values::ChannelRange{5, 5, 200e6, 12.5e3, ""}));
-}
-
-TEST_F(MdpDFPScanGrid, GivesARangeWithoutChannelsToNumbersThatAreNoCount)
-{
-    struct Case {
-        const char* name;
-        std::shared_ptr<ScanRange> range;
-        bool known;
-    };
-    constexpr double infinity = std::numeric_limits<double>::infinity();
-    const std::vector<Case> cases{
-        {"StepZero", scanRange(100, 200, 0.0, 1), false},
-        {"StepZeroAndNoExtent", scanRange(100, 100, 0.0, 1), false},
-        {"StepNotANumber", scanRange(100, 200, std::nan(""), 1), false},
-        {"StepInfinite", scanRange(100, 200, infinity, 1), true}, // one channel
-        {"StepNegative", scanRange(100, 200, -10.0, 1), false},
-        {"StopBelowStart", scanRange(200, 100, 10.0, 1), false},
-        {"JustBelowOneChannel", scanRange(200, 190, 10.0, 1), true},
-        {"Everything", scanRange(0, std::numeric_limits<quint64>::max(), 1.0, 1), false},
-        {"OneMoreThanFits", scanRange(0, 0x7FFFFFFE, 1.0, 1), false},
-    };
-    for (const Case& c : cases) {
-        // Four channels in front, so that the last case is one too many behind them.
-        rx.setRanges({scanRange(100'000'000, 100'075'000, 25'000, 7), c.range,
-                      scanRange(300'000'000, 300'025'000, 25'000, 9)});
-        EXPECT_EQ(rx.map->GetChannelRangeDefinition().GetRanges().size(), 3U) << c.name;
-        DfTrace trace;
-        trace.jobId = 1;
-        rx.receive(trace);
-        EXPECT_EQ(!log.take().empty(), c.known) << c.name;
-        traces.take();
-    }
-}
-
-TEST_F(MdpDFPScanGrid, KnowsAJobOfARangeWithoutChannels)
-{
-    rx.setRanges({scanRange(200, 190, 10.0, 1)}); // 0.5 of a channel
-    DfTrace trace;
-    trace.jobId = 1;
-    rx.receive(trace);
-    // There is no frequency to write at: the map refuses.
-    EXPECT_THAT(log.take(), ElementsAre("receive plain from 100000000 by 25000 span 75000 at 5000 x4",
-                                        "map SetTimeStamp 5000"));
-    EXPECT_EQ(traces.take().size(), 1U);
-}
-
-TEST_F(MdpDFPScanGrid, TakesTheLastOffsetAndTheFirstRangeOfAJobThatComesTwice)
-{
-    rx.setRanges({scanRange(100'000'000, 100'075'000, 25'000, 7, {{10, 20}}),
-                  scanRange(200'000'000, 200'075'000, 25'000, 7, {{30, 40}})});
-    rx.receive({});
-    EXPECT_EQ(rx.map->FindChannelValue(4)->getAzimuth(), 9000);
-    EXPECT_EQ(rx.receiver.range.startFrequency, 100'000'000U);
-}
-
-TEST_F(MdpDFPScanGrid, ReplacesTheFormerJobs)
-{
-    rx.setFourChannels();
-    rx.setRanges({scanRange(100'000'000, 100'075'000, 25'000, 8)});
-    rx.receive({});
-    EXPECT_THAT(log.take(), IsEmpty());
-}
-
-TEST_F(MdpDFPScanGrid, ThatTheMapRefusesIsTracedAndLeavesNoJobKnown)
-{
-    rx.setFourChannels();
-    rx.map->SetMemoryLimit(1'000);
-    rx.setRanges({scanRange(100'000'000, 200'000'000, 25'000, 7)});
-    const auto lines = traces.take();
-    ASSERT_EQ(lines.size(), 1U);
-    EXPECT_EQ(lines[0].rfind("An error has occurred while trying to set the scan ranges: ", 0), 0U);
-    rx.receive({});
-    EXPECT_THAT(log.take(), IsEmpty());
-}
-
-TEST_F(MdpDFPScanPosition, IsTheJobsFirstChannelPlusTheTraces)
-{
-    rx.setRanges(
-        {scanRange(100'000'000, 100'100'000, 25'000, 6), scanRange(200'000'000, 200'100'000, 25'000, 7)});
-    DfTrace trace;
-    trace.startFrequency = 200'000'000;
-    trace.firstChannel = 1;
-    rx.receive(trace);
-    EXPECT_EQ(rx.map->FindChannelValue(5)->getAzimuth(), 0);
-    EXPECT_EQ(rx.map->FindChannelValue(6)->getAzimuth(), 9000);
-    EXPECT_EQ(rx.map->FindChannelValue(9)->getAzimuth(), 35'990);
-}
-
-TEST_F(MdpDFPScanPosition, MovesUpWithAStartFrequencyAboveThatOfTheRangeOnly)
-{
-    struct Case {
-        qint64 start;
-        qint32 firstChannel;
-        const char* expected;
-    };
-    rx.setRanges({scanRange(100'000'000, 101'000'000, 25'000, 7)});
-    for (const Case& c : std::vector<Case>{{100'050'000, 0, "map SetChannelValues 2+4"},
-                                           {100'050'000, 3, "map SetChannelValues 5+4"},
-                                           {100'012'499, 0, "map SetChannelValues 0+4"},
-                                           {100'012'500, 0, "map SetChannelValues 1+4"},
-                                           {99'000'000, 1, "map SetChannelValues 1+4"},
-                                           {-1, 1, "map SetChannelValues 1+4"},
-                                           {100'050'000, -1, "map SetChannelValues 1+4"},
-                                           {100'000'000, -2, "map SetChannelValues -2+4"}}) {
-        DfTrace trace;
-        trace.startFrequency = c.start;
-        trace.firstChannel = c.firstChannel;
-        rx.receive(trace);
-        EXPECT_THAT(log.take(), testing::Contains(c.expected)) << c.start << " " << c.firstChannel;
-    }
-    EXPECT_THAT(traces.take(), IsEmpty());
-}
-
-TEST_F(MdpDFPScanPosition, LeavesTheStoreOutAndNothingElseWhereNumbersGiveNone)
-{
-    struct Case {
-        const char* name;
-        qint64 start;
-        qint32 numerator;
-        qint32 denominator;
-    };
-    rx.setRanges({scanRange(0, 75'000, 25'000, 7)});
-    for (const Case& c : std::vector<Case>{
-             {"StepZero", 50'000, 0, 1},
-             {"NoNumber", 1, 0, 0},
-             {"ProductBeyond64Bits", std::numeric_limits<qint64>::max(), 1, 2},
-             {"ChannelBeyond64Bits", std::numeric_limits<qint64>::max(), 1, 1},
-         }) {
-        DfTrace trace;
-        trace.startFrequency = c.start;
-        trace.stepNumerator = c.numerator;
-        trace.stepDenominator = c.denominator;
-        trace.flags = dfflag::overflow | dfflag::endOfSweep;
-        rx.receive(trace);
-        EXPECT_THAT(log.take(), ElementsAre("map SetTimeStamp 5000", "SignalOverflow", "SignalInvalid",
-                                            "map HasChanged 10", "map SetEndOfScan 5000"))
-            << c.name;
-    }
-    EXPECT_THAT(traces.take(), IsEmpty());
-}
-
-TEST_F(MdpDFPScanFailure, OfTheStoreIsTracedAndEndsTheAttribute)
-{
-    rx.setFourChannels();
-    rx.map->failing = {"SetChannelValues"};
-    DfTrace trace;
-    trace.flags = dfflag::overflow | dfflag::endOfSweep;
-    rx.receive(trace);
-    EXPECT_THAT(log.take(), ElementsAre("map SetTimeStamp 5000", "map SetChannelValues 0+4"));
-    EXPECT_THAT(traces.take(),
-                ElementsAre("An error has occurred while trying to set dfpan data to the valuemap: "
-                            "SetChannelValues failed (devicecontrol/vk410protocol/mdpdfpscan:486)"));
-}
-
-TEST_F(MdpDFPScanFailure, OfEveryMapCallIsTracedUnderMask0x20Only)
-{
-    rx.setFourChannels();
-    DfTrace trace;
-    trace.flags = dfflag::endOfSweep;
-    for (const char* const call : {"SetTimeStamp", "SetChannelValues", "HasChanged", "SetEndOfScan"}) {
-        rx.map->failing = {call};
-        ErrorHandler::Instance()->SetTraceMask(0x20);
-        rx.receive(trace);
-        EXPECT_EQ(traces.take().size(), 1U) << call;
-        ErrorHandler::Instance()->SetTraceMask(0xFFFFFFDF);
-        rx.receive(trace);
-        EXPECT_THAT(traces.take(), IsEmpty()) << call;
-    }
-}
-
-TEST_F(MdpDFPScanFailure, OutsideTheGridIsTraced)
-{
-    rx.setFourChannels();
-    DfTrace trace;
-    trace.firstChannel = 4;
-    rx.receive(trace);
-    EXPECT_THAT(log.take(), ElementsAre("receive plain from 100100000 by 25000 span 75000 at 5000 x4",
-                                        "map SetTimeStamp 5000", "map SetChannelValues 4+4"));
-    EXPECT_EQ(traces.take().size(), 1U);
 }
 
 TEST_F(MdpDFPScanAttitude, BlanksBeyondAThresholdOfPitchOrRollAndNotAtIt)

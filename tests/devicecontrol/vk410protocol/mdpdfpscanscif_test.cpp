@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "devicecontrol/vk410protocol/mdpdfpscanscif.h"
 #include "support/dfscan_receiver.h"
+#include "support/listener.h"
 #include "support/trace_capture.h"
 #include <gmock/gmock.h>
 #include <limits>
+#include <stdexcept>
 
 using support::DfTrace;
 using support::EffectLog;
@@ -348,6 +350,16 @@ TEST_F(MdpDFPScanSCIFFailure, OfTheStoreIsTracedAndTheMapIsNotifiedAllTheSame)
     ErrorHandler::Instance()->SetTraceMask(0xFFFFFFDF);
     receive(trace);
     EXPECT_EQ(traces.records().size(), 1U);
+}
+
+TEST_F(MdpDFPScanSCIFFailure, OfAnotherKindPassesOn)
+{
+    setFourChannels();
+    support::Listener listener{log};
+    listener.onUpdate = [](Observable*) { throw std::runtime_error("an observer's own"); };
+    map->AddObserver(&listener);
+    EXPECT_THROW(receive({}), std::runtime_error);
+    EXPECT_THAT(traces.take(), IsEmpty());
 }
 
 TEST_F(MdpDFPScanSCIFFailure, OfTheGridsFrequencyIsTracedToo)

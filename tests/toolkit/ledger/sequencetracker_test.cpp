@@ -69,6 +69,31 @@ TEST(SequenceTracker, TakesALongJumpBackwardsAsANewSequence)
     EXPECT_EQ(tracker.lost() + tracker.duplicates() + tracker.reordered(), 0U);
 }
 
+TEST(SequenceTracker, TakesAStepBackwardsBehindASilenceAsANewSequence)
+{
+    SequenceTracker tracker;
+    for (std::uint16_t number = 1; number < 100; ++number)
+        tracker.take(number);
+    tracker.followSilence();
+    for (std::uint16_t number = 1; number < 50; ++number)
+        tracker.take(number);
+    EXPECT_EQ(tracker.restarts(), 1U);
+    EXPECT_EQ(tracker.duplicates(), 0U);
+    EXPECT_EQ(tracker.lost(), 0U);
+    tracker.take(49);
+    EXPECT_EQ(tracker.duplicates(), 1U);
+}
+
+TEST(SequenceTracker, CountsAGapBehindASilence)
+{
+    SequenceTracker tracker;
+    tracker.take(1);
+    tracker.followSilence();
+    tracker.take(10);
+    EXPECT_EQ(tracker.lost(), 8U);
+    EXPECT_EQ(tracker.restarts(), 0U);
+}
+
 TEST(SequenceTracker, StartsAnewWhenToldSo)
 {
     SequenceTracker tracker = after({1, 2});

@@ -82,12 +82,41 @@ std::vector<Example> examplesOf(const std::string& document)
     return examples;
 }
 
-TEST(Documentation, OfInspectJsonPrintsWhatTheProgramPrints)
+TEST(Documentation, PrintsWhatTheProgramPrints)
 {
-    const std::vector<Example> examples = examplesOf("inspect-json.md");
-    EXPECT_GE(examples.size(), 3U);
-    for (const Example& example : examples)
-        EXPECT_EQ(run(example.command + " 2>&1", samples).out, example.printed) << example.command;
+    for (const char* const document : {"inspect-json.md", "direction-finding.md"}) {
+        const std::vector<Example> examples = examplesOf(document);
+        EXPECT_GE(examples.size(), 3U);
+        for (const Example& example : examples)
+            EXPECT_EQ(run(example.command + " 2>&1", samples).out, example.printed) << example.command;
+    }
+}
+
+// The lines of a document's first block of C++.
+std::vector<std::string> codeOf(const std::string& document)
+{
+    std::vector<std::string> code;
+    bool isCode = false;
+    for (const std::string& line : linesOf(contentOf(docs + "/" + document))) {
+        if (isCode && line == "```")
+            return code;
+        if (isCode && !line.empty())
+            code.push_back(line);
+        isCode = isCode || line == "```cpp";
+    }
+    return code;
+}
+
+TEST(Documentation, OfDirectionFindingShowsCodeThatATestRuns)
+{
+    const std::string test = contentOf(docs + "/../tests/devicecontrol/vk410protocol/df_example_test.cpp");
+    const std::vector<std::string> code = codeOf("direction-finding.md");
+    EXPECT_THAT(code, SizeIs(testing::Gt(10U)));
+    std::size_t at = 0;
+    for (const std::string& line : code) {
+        at = test.find(line, at);
+        ASSERT_NE(at, std::string::npos) << line;
+    }
 }
 
 void expectFile(const std::string& name, const wire::Bytes& expected)
@@ -107,6 +136,7 @@ TEST(Documentation, HasTheSamplesThatItsExamplesUse)
 {
     expectFile("stream.bin", sampleStream());
     expectFile("receiver.pcap", sampleCapture());
+    expectFile("df.bin", sampleDfStream());
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "tools/vk410/samples.h"
+#include "toolkit/simulation/simulator.h"
 #include "toolkit/support/capture_bytes.h"
 #include "wire/optheader.h"
 
@@ -34,6 +35,16 @@ Bytes sampleStream()
     const Bytes others =
         wire::DatagramWriter{}.sequence(9).attribute(401, 2).bytes({0xCA, 0xFE}).attribute(9999).build();
     return joined({panorama(7, firstNs).build(), bad, others});
+}
+
+Bytes sampleDfStream()
+{
+    simulation::Simulator simulator{simulation::loadScene(VK410_DOCS "/samples/df.json"), 1};
+    simulator.setLimit(4);
+    std::vector<Bytes> blocks;
+    while (std::optional<simulation::Emission> block = simulator.next())
+        blocks.push_back(std::move(block->bytes));
+    return joined(blocks);
 }
 
 Bytes sampleCapture()

@@ -11,4 +11,7 @@ namespace support {
 /// docs/samples/receiver.pcap: three panoramas over UDP to port 5555, one datagram missing between them.
 [[nodiscard]] wire::Bytes sampleCapture();
 
+/// docs/samples/df.bin: two sweeps of the simulated direction finder in docs/samples/df.json.
+[[nodiscard]] wire::Bytes sampleDfStream();
+
 } // namespace support
