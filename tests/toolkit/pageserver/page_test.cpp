@@ -106,6 +106,20 @@ TEST_F(Page, SendsTracesAsTheyComeAndCountsFramesForEachViewer)
     EXPECT_EQ(viewer.frames[1].at<quint32>(72), viewer.frames[0].at<quint32>(72));
 }
 
+TEST_F(Page, TellsOfNoLossWhereThereIsNone)
+{
+    receiveAll({{1, 2, 3}});
+    Viewer viewer{paged.page->port()};
+    ASSERT_TRUE(waitForFrames(viewer, 1));
+    for (int i = 0; i < 600; ++i) { // the low byte of the sequence number wraps twice
+        paged.receive({4, 5, 6});
+        QCoreApplication::processEvents();
+    }
+    ASSERT_TRUE(waitUntil([&] { return viewer.frames.back().number() == 601; }));
+    for (const ViewedFrame& frame : viewer.frames)
+        EXPECT_EQ(frame.lost(), 0U) << frame.number();
+}
+
 TEST_F(Page, TellsWithAFrameHowManyDatagramsWereLostBeforeIt)
 {
     receiveAll({{1, 2, 3}});
