@@ -48,7 +48,9 @@ int record(const Arguments& arguments)
     recording::Recorder recorder{arguments.output,
                                  {static_cast<std::uint64_t>(arguments.rotateMegabytes * 1e6),
                                   static_cast<std::int64_t>(arguments.rotateSeconds)}};
-    const auto source = openSource(arguments.source, {.rate = 0});
+    // A recording is copied as fast as it can be read; a simulated receiver sends at its own pace.
+    const double rate = arguments.source.starts_with("sim:") ? 1 : 0;
+    const auto source = openSource(arguments.source, {.rate = rate});
     QObject::connect(source.get(), &receiver::Source::said,
                      [](const QString& text) { fmt::print(stderr, "{}\n", text.toStdString()); });
     QObject::connect(source.get(), &receiver::Source::finished, [] { QCoreApplication::quit(); });

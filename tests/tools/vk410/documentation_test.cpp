@@ -84,7 +84,7 @@ std::vector<Example> examplesOf(const std::string& document)
 
 TEST(Documentation, PrintsWhatTheProgramPrints)
 {
-    for (const char* const document : {"inspect-json.md", "direction-finding.md"}) {
+    for (const char* const document : {"inspect-json.md", "direction-finding.md", "monitoring.md"}) {
         const std::vector<Example> examples = examplesOf(document);
         EXPECT_GE(examples.size(), 3U);
         for (const Example& example : examples)

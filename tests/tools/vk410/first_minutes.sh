@@ -99,7 +99,7 @@ send --udp "127.0.0.1:$port" --count 60
 expect "1601 ch" talk
 leave
 forbid "no processor" ledger
-expect "map writes  *60" ledger
+expect "delivered  *60" ledger
 
 step "The wrong UDP port"
 wrong=$(free_port)

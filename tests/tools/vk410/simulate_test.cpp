@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 // vk410 simulate, as a user runs it, and its documentation.
-#include "tools/vk410/run_program.h"
-#include <QTcpServer>
-#include <QUdpSocket>
+#include "tools/vk410/live_fixture.h"
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
@@ -17,36 +15,7 @@ using testing::IsEmpty;
 using testing::MatchesRegex;
 using testing::SizeIs;
 
-class Simulate : public testing::Test {
-protected:
-    static std::string freePort()
-    {
-        for (;;) {
-            QTcpServer tcp;
-            tcp.listen(QHostAddress::LocalHost);
-            QUdpSocket udp;
-            if (udp.bind(QHostAddress::LocalHost, tcp.serverPort()))
-                return std::to_string(tcp.serverPort());
-        }
-    }
-    /// Runs `command` with $PORT and a helper that waits for a text in a file.
-    Ran script(const std::string& command)
-    {
-        return run("PORT=" + port +
-                       "; until_says() { for i in $(seq 200); do grep -q \"$1\" \"$2\" 2>/dev/null && "
-                       "return; sleep 0.05; done; echo \"never said $1: $(cat \"$2\")\" >&2; }; " +
-                       command,
-                   folder.path());
-    }
-    TemporaryFolder folder;
-    std::string port = freePort();
-};
-
-std::vector<std::string> examplesIn(const std::string& help)
-{
-    const std::size_t at = help.find("Examples:\n");
-    return at == std::string::npos ? std::vector<std::string>{} : linesOf(help.substr(at + 10));
-}
+using Simulate = LiveFixture;
 
 TEST_F(Simulate, HelpFitsAScreenAndEndsWithThreeExamplesThatWork)
 {
