@@ -93,7 +93,10 @@ void Server::accept(QTcpSocket* socket)
 {
     ++m_connections;
     auto* const deadline = new QTimer{socket};
-    connect(deadline, &QTimer::timeout, socket, &QAbstractSocket::abort);
+    connect(deadline, &QTimer::timeout, socket, [socket] {
+        socket->abort();
+        socket->deleteLater(); // also where it was not connected any more
+    });
     // With the deadline, not with the socket: one that is taken over is not counted any more.
     connect(deadline, &QObject::destroyed, this, [this] {
         --m_connections;
@@ -103,6 +106,9 @@ void Server::accept(QTcpSocket* socket)
     socket->setReadBufferSize(longestHead);
     connect(socket, &QAbstractSocket::disconnected, deadline, [socket] { socket->deleteLater(); });
     connect(socket, &QIODevice::readyRead, deadline, [this, socket, deadline] { read(socket, deadline); });
+    // Nobody listened while it waited for its turn.
+    if (socket->bytesAvailable() > 0)
+        read(socket, deadline);
 }
 
 void Server::read(QTcpSocket* socket, QTimer* deadline)

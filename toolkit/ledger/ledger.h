@@ -86,6 +86,12 @@ public:
 
     [[nodiscard]] Counters counters() const;
 
+    /// Datagrams lost on the wire, when the next one has this number.
+    [[nodiscard]] quint64 lostBefore(quint16 sequence) const
+    {
+        return m_sequence.lost() + m_sequence.gapBefore(sequence);
+    }
+
     /// Attributes that a processor dropped, by its reason.
     [[nodiscard]] const std::map<std::string, quint64>& notAcceptedByReason() const { return m_reasons; }
 

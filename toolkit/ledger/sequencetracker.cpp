@@ -26,6 +26,12 @@ void SequenceTracker::take(std::uint16_t sequence)
     --m_lost;
 }
 
+std::uint64_t SequenceTracker::gapBefore(std::uint16_t sequence) const
+{
+    const auto ahead = static_cast<std::int16_t>(static_cast<std::uint16_t>(sequence - m_expected));
+    return m_started && ahead > 0 ? static_cast<std::uint64_t>(ahead) : 0;
+}
+
 void SequenceTracker::skipTo(std::uint16_t sequence)
 {
     for (; m_expected != sequence; ++m_expected) {

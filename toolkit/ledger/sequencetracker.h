@@ -12,6 +12,9 @@ public:
     /// Takes the number of the next datagram received.
     void take(std::uint16_t sequence);
 
+    /// How many would be missing right before `sequence`, if it came next.
+    [[nodiscard]] std::uint64_t gapBefore(std::uint16_t sequence) const;
+
     /// The next number starts a new sequence.
     void restart() { m_started = false; }
 

@@ -70,6 +70,14 @@ PageFiles::PageFiles(QString folder)
     : m_folder(std::move(folder))
 {}
 
+std::vector<std::string> PageFiles::paths() const
+{
+    std::vector<std::string> paths;
+    for (const auto& [path, file] : m_builtIn)
+        paths.push_back(path);
+    return paths;
+}
+
 bool PageFiles::isPageName(const std::string& path)
 {
     const bool isPlain = std::ranges::all_of(path, [](char c) {

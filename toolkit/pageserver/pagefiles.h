@@ -6,6 +6,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace pageserver {
 
@@ -26,6 +27,9 @@ public:
 
     /// The file of a path as a browser asks for it; "/" is the page itself.
     [[nodiscard]] std::optional<PageFile> find(const std::string& path) const;
+
+    /// The paths of the files in the program.
+    [[nodiscard]] std::vector<std::string> paths() const;
 
     /// Whether a path can be that of a file of the page: folders of one level, plain names, known types.
     [[nodiscard]] static bool isPageName(const std::string& path);

@@ -208,6 +208,14 @@ void PageHost::answer(quint64 viewer, const std::string& command, const std::opt
         found->second->tell(messages::error(command, *text));
 }
 
+qint64 PageHost::waitingBytes() const
+{
+    qint64 sum = 0;
+    for (const auto& [id, viewer] : m_viewers)
+        sum += viewer->waitingBytes();
+    return sum;
+}
+
 http::Response PageHost::respond(const http::Request& request) const
 {
     if (request.path == "/stream") {
@@ -235,6 +243,7 @@ std::optional<http::Response> PageHost::api(const std::string& path) const
     if (path == "/api/status") {
         messages::Json status = messages::status(board.status(), m_showcase.streams);
         status["viewers"] = m_showcase.viewers;
+        status["waitingBytes"] = waitingBytes();
         return json(status);
     }
     if (path == "/metrics")

@@ -51,6 +51,7 @@ private:
     void welcome();
     void hear(quint64 id, Viewer& viewer, const QString& text);
     void follow(quint64 id, Viewer& viewer, const Command& command);
+    [[nodiscard]] qint64 waitingBytes() const;
     [[nodiscard]] http::Response respond(const http::Request& request) const;
     [[nodiscard]] std::optional<http::Response> api(const std::string& path) const;
 

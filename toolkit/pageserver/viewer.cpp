@@ -143,6 +143,11 @@ bool Viewer::isStalled() const
     return m_socket->bytesToWrite() > 0 && m_sinceProgress.hasExpired(stalledMilliseconds);
 }
 
+qint64 Viewer::waitingBytes() const
+{
+    return m_socket->bytesToWrite();
+}
+
 void Viewer::cut()
 {
     m_socket->abort();

@@ -51,6 +51,9 @@ public:
     /// Whether it has read nothing for a minute although something waited for it.
     [[nodiscard]] bool isStalled() const;
 
+    /// Bytes that wait for it in this process.
+    [[nodiscard]] qint64 waitingBytes() const;
+
     /// Ends the connection, without waiting for it.
     void cut();
 

@@ -25,9 +25,11 @@ std::optional<std::uint16_t> sequenceOf(const QByteArray& bytes)
 
 void halve(std::vector<RecordingLoss>& losses)
 {
-    for (std::size_t i = 0; i + 1 < losses.size(); i += 2)
-        losses[i / 2] = {losses[i].seconds, losses[i].datagrams + losses[i + 1].datagrams};
-    losses.resize(losses.size() / 2);
+    for (std::size_t i = 0; i < losses.size(); i += 2) {
+        const quint64 next = i + 1 < losses.size() ? losses[i + 1].datagrams : 0;
+        losses[i / 2] = {losses[i].seconds, losses[i].datagrams + next};
+    }
+    losses.resize((losses.size() + 1) / 2);
 }
 
 class Indexer {

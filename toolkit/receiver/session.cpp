@@ -3,6 +3,7 @@
 #include "devicecontrol/vk410protocol/levelmapfillerimpl.h"
 #include "devicecontrol/vk410protocol/mdpdfpscanscif.h"
 #include "nqbase/nqexception.h"
+#include "wire/view.h"
 #include <array>
 #include <cstring>
 
@@ -184,6 +185,9 @@ void Session::take(Received received)
         m_ledger.followSilence();
     m_sinceLast.start();
     m_lastReceivedNs = received.receivedNs;
+    // The ledger counts what is missing when the datagram is through; its traces want to know before.
+    if (received.datagram->IsValid() && received.datagram->HasSeqNumber())
+        m_lostOnTheWire = m_ledger.lostBefore(wire::byteSwapped<quint16>(received.datagram->GetSeqNumber()));
     for (const Tap& tap : m_taps)
         tap(received);
     try {

@@ -91,8 +91,8 @@ public:
     /// When the last datagram was received: ns since 1970, of a recording its own; 0: none yet.
     [[nodiscard]] qint64 lastReceivedNs() const { return m_lastReceivedNs; }
 
-    /// Datagrams that sequence numbers say are missing.
-    [[nodiscard]] quint64 lostOnTheWire() const { return m_ledger.counters().wireLost; }
+    /// Datagrams that are missing before the one that is processed now, or was last.
+    [[nodiscard]] quint64 lostOnTheWire() const { return m_lostOnTheWire; }
 
     /// The processor of direction-finding scans, for its signals; null where the SCIF variant takes them.
     [[nodiscard]] MdpDFPScan* dfScan() { return dynamic_cast<MdpDFPScan*>(m_df.get()); }
@@ -128,6 +128,7 @@ private:
     std::unique_ptr<Source> m_source; // goes first: it feeds the others
     QElapsedTimer m_sinceLast;
     qint64 m_lastReceivedNs = 0;
+    quint64 m_lostOnTheWire = 0;
     quint64 m_traces = 0;
 };
 

@@ -112,12 +112,12 @@ std::string Monitoring::pageUrl() const
     return m_page ? m_page->url() : std::string{};
 }
 
-int Monitoring::run(const std::string& announcement)
+int Monitoring::run(const Announcement& announcement)
 {
     const StopSignals stop;
     m_session.run(std::move(m_source));
-    if (!announcement.empty())
-        say(announcement);
+    if (const std::string text = announcement(); !text.empty())
+        say(text);
     m_sinceTick.start();
     m_sinceStart.start();
     m_timer.start(secondMilliseconds);

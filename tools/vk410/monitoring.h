@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 #include <QElapsedTimer>
 #include <QTimer>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -39,9 +40,12 @@ class Monitoring {
 public:
     Monitoring(std::unique_ptr<receiver::Source> source, const MonitorOptions& options);
 
-    /// Runs the event loop; says `announcement` once the source has been started, prints the ledger at the
-    /// end. Result: an ExitCode.
-    int run(const std::string& announcement);
+    /// What is to be said when the source has started; nothing if it is empty.
+    using Announcement = std::function<std::string()>;
+
+    /// Runs the event loop; prints the ledger when it ends.
+    /// Result: an ExitCode.
+    int run(const Announcement& announcement);
 
     [[nodiscard]] receiver::Session& session() { return m_session; }
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // vk410 demo: a simulated receiver and a monitor, over real sockets, in one command.
+#include "toolkit/receiver/udpsource.h"
 #include "toolkit/sending/sender.h"
 #include "toolkit/simulation/player.h"
 #include "toolkit/simulation/simulationsource.h"
@@ -8,9 +9,8 @@
 #include "tools/vk410/sources.h"
 #include "tools/vk410/verbs.h"
 #include <QCoreApplication>
-#include <QUdpSocket>
 #include <fmt/format.h>
-#include <stdexcept>
+#include <memory>
 
 namespace verbs {
 namespace {
@@ -22,13 +22,13 @@ struct Arguments {
     MonitorOptions options;
 };
 
-// A port of loopback that nobody has; the session takes it right away.
-std::uint16_t freePort()
+// A source on a port of loopback that nobody has.
+std::unique_ptr<receiver::UdpSource> sourceOnAFreePort()
 {
-    QUdpSocket probe;
-    if (!probe.bind(QHostAddress(QHostAddress::LocalHost), 0))
-        throw std::runtime_error{"no free UDP port on 127.0.0.1: " + probe.errorString().toStdString()};
-    return probe.localPort();
+    receiver::SourceSpec spec;
+    spec.kind = receiver::SourceSpec::Kind::Udp;
+    spec.address = QHostAddress(QHostAddress::LocalHost);
+    return std::make_unique<receiver::UdpSource>(spec);
 }
 
 simulation::Scene sceneOf(const std::string& name)
@@ -42,7 +42,6 @@ int demo(const Arguments& arguments)
 {
     int argc = 0;
     const QCoreApplication application{argc, nullptr};
-    const std::uint16_t port = freePort();
     const simulation::Scene scene = sceneOf(arguments.scene);
     MonitorOptions options = arguments.options;
     arguments.df.apply(options.session);
@@ -52,10 +51,12 @@ int demo(const Arguments& arguments)
     simulation::Faults faults;
     faults.drop = arguments.drop;
     simulator.setFaults(faults);
-    Monitoring monitoring{openSource(fmt::format("udp://127.0.0.1:{}", port), {}), options};
-    sending::UdpSender sender{QHostAddress(QHostAddress::LocalHost), port};
+    auto source = sourceOnAFreePort();
+    const receiver::UdpSource& listening = *source; // the session keeps it
+    Monitoring monitoring{std::move(source), options};
+    std::unique_ptr<sending::UdpSender> sender;
     simulation::Player player{
-        simulator, 1.0, [&sender](const simulation::Emission& emission) { sender.send(emission.bytes); }};
+        simulator, 1.0, [&sender](const simulation::Emission& emission) { sender->send(emission.bytes); }};
     monitoring.servePage(
         {.isDemo = true},
         {.faults =
@@ -63,11 +64,14 @@ int demo(const Arguments& arguments)
                  return pageserver::InjectedFaults{simulator.faults(), simulator.faultCounts()};
              },
          .setFaults = [&simulator](const simulation::Faults& wanted) { simulator.setFaults(wanted); }});
-    const std::string page = monitoring.pageUrl();
-    // Once the session listens.
-    QTimer::singleShot(100, &player, &simulation::Player::start);
-    return monitoring.run(fmt::format("simulator → udp 127.0.0.1:{} → monitor{}{} (Ctrl-C stops both)", port,
-                                      page.empty() ? "" : " ", page));
+    return monitoring.run([&] {
+        sender =
+            std::make_unique<sending::UdpSender>(QHostAddress(QHostAddress::LocalHost), listening.port());
+        player.start();
+        const std::string page = monitoring.pageUrl();
+        return fmt::format("simulator → udp 127.0.0.1:{} → monitor{}{} (Ctrl-C stops both)", listening.port(),
+                           page.empty() ? "" : " ", page);
+    });
 }
 
 } // namespace

@@ -27,8 +27,10 @@ int monitor(const Arguments& arguments)
         arguments.df.apply(options.session);
         Monitoring monitoring{openSource(arguments.source, {.rate = arguments.rate}), options};
         monitoring.servePage({}, {});
-        const std::string page = monitoring.pageUrl();
-        return monitoring.run(page.empty() ? page : "page " + page);
+        return monitoring.run([&monitoring] {
+            const std::string page = monitoring.pageUrl();
+            return page.empty() ? page : "page " + page;
+        });
     });
 }
 

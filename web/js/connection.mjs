@@ -14,9 +14,8 @@ export class Connection {
   #heardAt = 0;
   #retryAt = 0;
   state = 'connecting'; // or 'open', 'closed'
-  lastError = '';
 
-  /// `handlers`: onFrame(frame), onState(), onOpen(), and one on... per type of text message: onStatus(message), ...
+  /// `handlers`: onFrame(frame), onState(), onOpen(), onBroken(text), and one on... per type of text message: onStatus(message), ...
   constructor(address, handlers) {
     this.address = address;
     this.handlers = handlers;
@@ -52,8 +51,7 @@ export class Connection {
       const message = JSON.parse(data);
       this.handlers[`on${message.type[0].toUpperCase()}${message.type.slice(1)}`]?.(message);
     } catch (error) {
-      this.lastError = String(error.message);
-      console.warn('stream:', error);
+      this.handlers.onBroken(error.message);
     }
   }
 

@@ -36,7 +36,7 @@ export function saveCsv(page) {
 
 /// Spectrum and waterfalls below each other, with a line that says what they are.
 export function savePng(page) {
-  const parts = ['spectrum', 'waterfall', 'bearings', 'zerospan'].map(byId).filter((panel) => !panel.hidden)
+  const parts = ['spectrum', 'waterfall', 'bearings', 'zerospan', 'zerospan2'].map(byId).filter((panel) => !panel.hidden)
     .map((panel) => panel.querySelector('.plot canvas, .picture canvas'));
   const ratio = devicePixelRatio;
   const title = 28 * ratio;

@@ -66,6 +66,10 @@ export function niceStep(span, most) {
   return [1, 2, 5, 10].find((x) => x * power >= raw * 0.9999) * power;
 }
 
+/// Ticks of a level axis of this height in pixels: none so low that it would stand beside those of the other axis.
+export const levelTicks = (lowest, highest, height) =>
+  ticks(lowest + (highest - lowest) * 10 / height, highest, Math.max(2.5, height / 32)).at;
+
 /// Ticks at multiples of a step that reads well.
 export function ticks(from, to, most) {
   const step = niceStep(to - from, most);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The level axis and the colours' limits: raw levels on one side, the unit that the operator wants on the other.
-import { DBM_OF_DBUV, ticks, unitText } from './format.mjs';
+import { DBM_OF_DBUV, levelTicks, unitText } from './format.mjs';
 import { NO_VALUE } from './frame.mjs';
 import { LevelCount } from './percentile.mjs';
 
@@ -46,8 +46,7 @@ export class Levels {
   /// Places of the level labels, in raw, for a plot of this height.
   rawTicks(height) {
     const [lowest, highest] = this.axis.map((level) => level + this.offset);
-    const margin = (highest - lowest) * 8 / height; // no label beside those of the other axis
-    return ticks(lowest + margin, highest, Math.max(2, height / 32)).at.map((level) => (level - this.offset) / this.scale);
+    return levelTicks(lowest, highest, height).map((level) => (level - this.offset) / this.scale);
   }
 
   toggleUnit() {

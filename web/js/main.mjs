@@ -27,6 +27,7 @@ import { ZeroSpan } from './zerospan.mjs';
 
 const ROW_TIMES_MS = [20, 50, 100, 200, 500, 1000];
 const SLOW_MS = 200; // direction finding is drawn five times a second
+const COMPLAINT_MS = 8000;
 const AUTO_AFTER_FRAMES = 10;
 const REASONS = ['', ': not usable', ': blanked'];
 
@@ -34,6 +35,7 @@ class Page {
   cursor = { hz: null, picture: null, y: 0 };
   convention = '';
   hasData = false;
+  complaint = ''; // of the server, or about what it sent
 
   constructor() {
     this.url = new UrlState();
@@ -48,7 +50,7 @@ class Page {
     this.spectrum = new Spectrum(this);
     this.waterfall = levelWaterfall(this);
     this.bearings = bearingWaterfall(this);
-    this.zeroSpan = new ZeroSpan(this);
+    this.zeroSpans = ['zerospan', 'zerospan2'].map((name) => new ZeroSpan(this, name));
     this.directions = new Directions(this);
     this.track = new Track(this);
     this.ledger = new Ledger(this);
@@ -120,6 +122,7 @@ class Page {
       onValues: ({ values }) => this.values.follow(values),
       onRanges: (ranges) => this.ranges.follow(ranges),
       onEmitters: ({ emitters }) => this.emitters.follow(emitters),
+      onBroken: (text) => this.#complain(`stream: ${text}`),
       onError: ({ command, text }) => this.#complain(`${command}: ${text}`),
     };
   }
@@ -140,10 +143,9 @@ class Page {
   }
 
   #complain(text) {
-    const notice = byId('notice');
-    this.connection.lastError = text;
-    notice.hidden = false;
-    setTimeout(() => { if (this.connection.lastError === text) this.connection.lastError = ''; }, 8000);
+    if (text === this.complaint) return;
+    this.complaint = text;
+    setTimeout(() => { if (this.complaint === text) this.complaint = ''; }, COMPLAINT_MS);
     this.statusLine.tick();
   }
 
@@ -167,7 +169,7 @@ class Page {
       painter.request(this.waterfall);
     }
     if (stream.name === 'df') painter.request(this.bearings);
-    if (stream === this.zeroSpan.stream) painter.request(this.zeroSpan);
+    for (const plot of this.zeroSpans) if (plot.stream === stream) painter.request(plot);
   }
 
   #viewChanged(view) {
@@ -178,13 +180,15 @@ class Page {
   /// Panels without data do not stand there empty.
   #showPanels(stream) {
     const { session } = this;
-    const { panorama, zerospan, df } = session.streams;
+    const { panorama, zerospan, zerospan2, df } = session.streams;
     this.hasData = true;
     byId('waiting').hidden = true;
     byId('left').hidden = false;
     byId('spectrum').hidden = byId('waterfall').hidden = !panorama.frame && !df.frame;
     byId('bearings').hidden = byId('right').hidden = !df.frame;
     byId('zerospan').hidden = !zerospan.frame;
+    byId('zerospan2').hidden = !zerospan2.frame;
+    byId('zerospans').hidden = !zerospan.frame && !zerospan2.frame;
     this.#showSources(Boolean(panorama.frame && df.frame));
     if (stream === session.main) this.#takeGrid(stream);
     if (this.url.values.paused && !this.pauseTaken) { this.pauseTaken = true; session.pause(true); }
@@ -202,7 +206,7 @@ class Page {
     const place = byId('sources');
     place.hidden = !isShown;
     if (!isShown) return;
-    place.replaceChildren(...[['panorama', 'panorama'], ['df', 'DF levels']].map(([name, text]) =>
+    place.replaceChildren(...[['panorama', 'panorama'], ['df', 'DF']].map(([name, text]) =>
       element('button', { 'aria-pressed': this.session.main.name === name, onclick: () => this.#setSource(name) }, text)));
   }
 
@@ -214,7 +218,7 @@ class Page {
   }
 
   #drawAll() {
-    for (const part of [this.spectrum, this.waterfall, this.bearings, this.zeroSpan]) this.painter.request(part);
+    for (const part of [this.spectrum, this.waterfall, this.bearings, ...this.zeroSpans]) this.painter.request(part);
   }
 
   #drawSlow() {
@@ -225,6 +229,11 @@ class Page {
   togglePause() {
     if (this.timeBar.isShown) return this.timeBar.toggle();
     this.setPaused(!this.session.paused);
+  }
+
+  backToLive() {
+    if (this.timeBar.isPaused) this.timeBar.toggle();
+    this.setPaused(false);
   }
 
   setPaused(paused) {
@@ -246,7 +255,7 @@ class Page {
     row.value = String(this.url.values.row);
     row.addEventListener('change', () => { this.session.setRowMs(Number(row.value)); this.#drawAll(); });
     byId('autoalways').setAttribute('aria-pressed', this.url.values.auto);
-    const clicks = { pause: () => this.togglePause(), live: () => this.setPaused(false), theme: () => this.theme.toggle(),
+    const clicks = { pause: () => this.togglePause(), live: () => this.backToLive(), theme: () => this.theme.toggle(),
       help: () => byId('keys').showModal(), autolevel: () => this.autoLevel(), autoalways: () => this.toggleAlways() };
     for (const [id, action] of Object.entries(clicks)) byId(id).addEventListener('click', action);
   }
@@ -254,7 +263,7 @@ class Page {
   #buildKeyboard() {
     new Keyboard([
       [' ', 'pause and resume; data keeps flowing into the history', () => this.togglePause()],
-      ['L', 'back to live', () => this.setPaused(false)],
+      ['L', 'back to live; a recording plays on', () => this.backToLive()],
       ['M', 'marker to the next peak', () => this.spectrum.nextPeak()],
       ['D', 'delta: a second marker, measured from the first', () => this.spectrum.toggleDelta()],
       ['Escape', 'no markers', () => this.spectrum.clearMarkers()],

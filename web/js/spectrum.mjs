@@ -63,7 +63,7 @@ export class Spectrum {
     this.page.painter.request(this);
   }
 
-  gridChanged(isAnother) { if (isAnother) this.#gridChanged = `grid changed ${utc(Date.now())}, holds began anew`; }
+  gridChanged(isAnother) { if (isAnother) this.#gridChanged = `new grid ${utc(Date.now())}, holds began anew`; }
 
   draw() {
     const { session, levels } = this.page;
@@ -84,14 +84,22 @@ export class Spectrum {
       this.buttons[i].hidden = name !== 'live' && stream.name !== 'panorama';
       if (name === 'average' && frame.averageCount > 0) setText(this.buttons[i].lastChild, `avg ${frame.averageCount}`);
     });
-    const most = this.plot.channelsPerColumn;
-    const since = frame.holdSinceMs > 0 && stream.name === 'panorama' && (frame.timeMs || frame.receivedMs) > frame.holdSinceMs
-      ? `max and min since ${duration(((frame.timeMs || frame.receivedMs) - frame.holdSinceMs) / 1000)}` : '';
-    setText(byId('drawn'), [most > 1 ? `${most} channels a pixel, the highest drawn` : 'every channel drawn',
-      since, this.#gridChanged].filter(Boolean).join(' · '));
+    this.#writeDrawn(stream, frame);
     setText(byId('markers'), this.#markerText(stream, live));
     const { hz } = page.cursor;
     setText(byId('reading'), hz === null ? '' : `${frequency(hz, stream.grid.step / 10)}  ${levels(page, live, stream.grid.indexOf(hz))}`);
+  }
+
+  /// How the drawing came about: what a pixel stands for, and since when the holds hold.
+  #writeDrawn({ name }, frame) {
+    const most = this.plot.channelsPerColumn;
+    const heldMs = (frame.timeMs || frame.receivedMs) - frame.holdSinceMs;
+    const parts = [most > 1 ? `highest of ${most} drawn` : 'every channel drawn'];
+    if (name === 'panorama' && frame.holdSinceMs > 0 && heldMs > 0) parts.push(`max of ${duration(heldMs / 1000)}`);
+    if (this.#gridChanged) parts.push(this.#gridChanged);
+    const text = parts.join(' · ');
+    setText(byId('drawn'), text);
+    byId('drawn').title = `${text}. A pixel shows the highest of its channels (of min: the lowest), never a sample. Max, min and hold begin anew with R and with a new grid.`;
   }
 
   // Markers: in the address as frequencies; with `delta` the second one moves and the first is its reference.

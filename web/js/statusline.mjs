@@ -23,7 +23,6 @@ export function stateOf(connection, status, ageSeconds, paused) {
 
 export class StatusLine {
   #statusAt = 0;
-  #first = true;
   status = null;
 
   constructor(page) {
@@ -64,7 +63,6 @@ export class StatusLine {
     byId('utc').title = utcDate(ms);
     this.#notice();
     this.#behind();
-    if (this.#first && kind === 'good') this.#first = false;
   }
 
   #notice() {
@@ -72,9 +70,9 @@ export class StatusLine {
     const notice = byId('notice');
     const text = connection.state === 'closed'
       ? `This page has lost the program: what you see is old. Trying again in ${connection.secondsToRetry} s. Is "vk410" still running?`
-      : connection.lastError || (this.status?.advice ?? '');
+      : this.page.complaint || (this.status?.advice ?? '');
     setText(notice, text);
-    notice.hidden = text === '' || !this.page.hasData;
+    notice.hidden = text === '' || !(this.page.hasData || this.page.complaint);
     setText(byId('advice'), text || this.status?.stateText || 'Connecting to the program.');
   }
 

@@ -27,6 +27,7 @@ export class TimeBar {
   }
 
   get isShown() { return this.#playback !== null; }
+  get isPaused() { return this.#playback?.paused ?? false; }
   get #duration() { return this.#playback.durationSeconds ?? 0; } // not known until the file was read once
 
   follow(playback) {

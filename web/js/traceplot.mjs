@@ -104,12 +104,17 @@ export class TracePlot {
   }
 
   #drawUnit({ ctx, bbox }) {
+    const { colours } = this.plot.theme;
+    const ratio = devicePixelRatio;
+    const text = this.plot.unit();
     ctx.save();
-    ctx.font = `${11 * devicePixelRatio}px system-ui, sans-serif`;
-    ctx.fillStyle = this.plot.theme.colours.muted;
+    ctx.font = `${11 * ratio}px system-ui, sans-serif`;
     ctx.textAlign = 'left';
     ctx.textBaseline = 'top';
-    ctx.fillText(this.plot.unit(), bbox.left + 6 * devicePixelRatio, bbox.top + 2 * devicePixelRatio);
+    ctx.fillStyle = colours.panel;
+    ctx.fillRect(bbox.left + 4 * ratio, bbox.top, ctx.measureText(text).width + 4 * ratio, 14 * ratio);
+    ctx.fillStyle = colours.muted;
+    ctx.fillText(text, bbox.left + 6 * ratio, bbox.top + 2 * ratio);
     ctx.restore();
   }
 }

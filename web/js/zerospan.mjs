@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Level over the time axis that the device publishes.
 import { byId, setText } from './dom.mjs';
-import { ticks, unitText } from './format.mjs';
+import { levelTicks, niceStep, unitText } from './format.mjs';
 import { NO_VALUE } from './frame.mjs';
 import { Gestures } from './gestures.mjs';
+import { LevelCount } from './percentile.mjs';
 import { TracePlot } from './traceplot.mjs';
 
 const NAMES = ['live', 'max', 'min', 'average', 'hold'];
@@ -15,18 +16,19 @@ export function timeText(seconds, step) {
 }
 
 export class ZeroSpan {
+  #count = new LevelCount();
   #limits = [-20, 80]; // dB; grows with what comes
 
-  constructor(page, name = 'zerospan') {
+  constructor(page, name) {
     this.page = page;
-    this.panel = byId('zerospan');
+    this.panel = byId(name);
     this.stream = page.session.streams[name];
     const host = this.panel.querySelector('.plot');
     const scale = () => this.stream.shown?.scale || 0.1;
     this.plot = new TracePlot(host, {
       names: NAMES, theme: page.theme, view: () => this.stream.view, level: () => this.#limits.map((x) => x / scale()),
-      levelTicks: () => ticks(...this.#limits, Math.max(2, host.clientHeight / 32)).at.map((x) => x / scale()),
-      levelLabel: (raw) => `${+(raw * scale()).toFixed(1)}`, unit: () => unitText(this.stream.shown?.unit ?? ''),
+      levelTicks: () => levelTicks(...this.#limits, host.clientHeight).map((x) => x / scale()),
+      levelLabel: (raw) => `${+(raw * scale()).toPrecision(4)}`, unit: () => unitText(this.stream.shown?.unit ?? ''),
       label: timeText, onResize: () => page.painter.request(this),
     });
     new Gestures(host, { view: () => this.stream.view, onHover: (seconds) => this.#hover(seconds) });
@@ -37,7 +39,7 @@ export class ZeroSpan {
     const { grid, shown } = this.stream;
     const raw = seconds === null || !shown ? null : shown.live[grid.indexOf(seconds)] ?? NO_VALUE;
     setText(this.panel.querySelector('.readout'), raw === null ? ''
-      : `${timeText(seconds, grid.step)}  ${raw === NO_VALUE ? 'no value' : `${(raw * shown.scale).toFixed(1)} ${unitText(shown.unit)}`}`);
+      : `${timeText(seconds, grid.step)}  ${raw === NO_VALUE ? 'no value' : `${+(raw * shown.scale).toPrecision(4)} ${unitText(shown.unit)}`}`);
   }
 
   draw() {
@@ -48,16 +50,15 @@ export class ZeroSpan {
     this.plot.draw(grid, NAMES.map((name) => (traces.includes(name) ? shown[name] : null)));
   }
 
-  /// Limits in tens of dB around everything that came; they never shrink while one looks.
+  /// Limits around what came, deep fades of noise left out; they never shrink while one looks.
   #follow({ live, scale }) {
-    let lowest = 32767, highest = -32768;
-    for (const raw of live) {
-      if (raw === NO_VALUE) continue;
-      if (raw < lowest) lowest = raw;
-      if (raw > highest) highest = raw;
-    }
-    if (lowest > highest) return;
-    const needed = [Math.floor((lowest * scale - 5) / 10) * 10, Math.ceil((highest * scale + 5) / 10) * 10];
+    this.#count.clear();
+    this.#count.add(live, NO_VALUE);
+    const [lowest, highest] = [0.03, 1].map((share) => this.#count.percentile(share));
+    if (lowest === null) return;
+    const span = Math.max(1, highest - lowest) * scale;
+    const step = niceStep(span, 4);
+    const needed = [Math.floor((lowest * scale - span / 10) / step) * step, Math.ceil((highest * scale + span / 10) / step) * step];
     this.#limits = this.known ? [Math.min(needed[0], this.#limits[0]), Math.max(needed[1], this.#limits[1])] : needed;
     this.known = true;
   }

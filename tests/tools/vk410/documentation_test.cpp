@@ -119,6 +119,45 @@ TEST(Documentation, OfDirectionFindingShowsCodeThatATestRuns)
     }
 }
 
+// The first fenced block of that language in a document.
+std::string blockOf(const std::string& document, const std::string& language)
+{
+    std::string block;
+    bool isIn = false;
+    for (const std::string& line : linesOf(contentOf(docs + "/" + document))) {
+        if (isIn && line == "```")
+            return block;
+        if (isIn)
+            block += line + "\n";
+        isIn = isIn || line == "```" + language;
+    }
+    return block;
+}
+
+TEST(Documentation, OfTheStreamHasAPythonClientThatPrintsTraces)
+{
+    const std::string client = blockOf("stream-api.md", "python");
+    ASSERT_THAT(client, Not(IsEmpty()));
+    EXPECT_LE(linesOf(client).size(), 30U);
+    const TemporaryFolder folder;
+    folder.write("stream.py", {client.begin(), client.end()});
+    const Ran ran =
+        run("vk410 demo --listen 127.0.0.1:0 --for 20 >/dev/null 2>err & "
+            "for i in $(seq 100); do grep -q monitor err && break; sleep 0.05; done; "
+            "python3 stream.py $(grep -o '127.0.0.1:[0-9]* (C' err | cut -d' ' -f1) 5; echo exit $?; "
+            "kill -INT $!; wait",
+            folder.path());
+    EXPECT_EQ(ran.err, "");
+    EXPECT_THAT(ran.out, testing::HasSubstr("exit 0\n"));
+    EXPECT_GE(ran.outLines().size(), 6U);
+}
+
+TEST(Documentation, OfTheStreamHasTheClientsThatThePageOffers)
+{
+    EXPECT_EQ(blockOf("stream-api.md", "python"), contentOf(docs + "/../web/clients/stream.py"));
+    EXPECT_EQ(blockOf("stream-api.md", "js"), contentOf(docs + "/../web/clients/stream.js"));
+}
+
 void expectFile(const std::string& name, const wire::Bytes& expected)
 {
     const std::string content = contentOf(samples + "/" + name);
