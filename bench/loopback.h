@@ -2,6 +2,7 @@
 #pragma once
 // The other end of loopback sockets, for benchmarks: feeds a stream from a thread of its own.
 #include "wire/datagramwriter.h"
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
@@ -118,7 +119,16 @@ public:
 private:
     void serve(const std::stop_token& stop) const
     {
-        const Descriptor connection{::accept(m_listener.get(), nullptr, nullptr)};
+        // One connection after the other: some ask first whether anybody is there.
+        while (!stop.stop_requested()) {
+            const Descriptor connection{::accept(m_listener.get(), nullptr, nullptr)};
+            if (connection.get() >= 0)
+                feed(connection, stop);
+        }
+    }
+
+    void feed(const Descriptor& connection, const std::stop_token& stop) const
+    {
         const timeval soon{0, 100'000}; // looks for the end now and then
         ::setsockopt(connection.get(), SOL_SOCKET, SO_SNDTIMEO, &soon, sizeof soon);
         const auto begin = std::chrono::steady_clock::now();

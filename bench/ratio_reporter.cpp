@@ -12,7 +12,8 @@ namespace bench {
 namespace {
 
 struct Samples {
-    std::vector<double> nanoseconds;
+    std::vector<double> nanoseconds; // of the thread that works
+    std::vector<double> wall;        // until it was done
     double bytes = 0;
 };
 
@@ -36,6 +37,7 @@ public:
                 run.run_name.function_name + (run.run_name.args.empty() ? "" : "/") + run.run_name.args;
             Samples& samples = m_samples[name];
             samples.nanoseconds.push_back(run.GetAdjustedCPUTime());
+            samples.wall.push_back(run.GetAdjustedRealTime());
             const auto rate = run.counters.find("bytes_per_second");
             if (rate != run.counters.end())
                 samples.bytes = rate->second.value * run.GetAdjustedCPUTime() * 1e-9;
@@ -44,8 +46,8 @@ public:
 
     void print(const std::function<std::string(const std::string&)>& peerOf) const
     {
-        std::printf("%-44s %12s %8s %9s %8s  %s\n", "benchmark", "median ns", "spread", "GB/s", "ratio",
-                    "to");
+        std::printf("%-44s %12s %8s %9s %8s %8s  %s\n", "benchmark", "median ns", "spread", "GB/s", "ratio",
+                    "by clock", "to");
         for (const auto& [name, samples] : m_samples)
             printLine(name, samples, peerOf(name));
     }
@@ -62,7 +64,8 @@ private:
             std::printf(" %9s", "");
         const auto other = m_samples.find(peer);
         if (other != m_samples.end())
-            std::printf(" %7.2fx  %s", median / quantile(other->second.nanoseconds, 0.5), peer.c_str());
+            std::printf(" %7.2fx %7.2fx  %s", median / quantile(other->second.nanoseconds, 0.5),
+                        quantile(samples.wall, 0.5) / quantile(other->second.wall, 0.5), peer.c_str());
         std::printf("\n");
     }
 

@@ -8,7 +8,8 @@
 namespace bench {
 
 /// Runs all registered benchmarks several times, interleaved, and prints one line each: median time, spread
-/// (half the distance of the quartiles), bytes a second, and the ratio of its median to that of its peer.
+/// (half the distance of the quartiles), bytes a second, and the ratio of its median to that of its peer:
+/// of processor time, and by the clock, which differ where other threads work or wait.
 /// `peerOf` gives the name of a benchmark's peer, from its own name; an empty one: no peer.
 /// Result: what `main` returns.
 int runWithRatios(int argc, char** argv, const std::function<std::string(const std::string&)>& peerOf);

@@ -82,7 +82,7 @@ wire::Bytes panoramas(int count)
 
 void tcpToLevelMap(benchmark::State& state)
 {
-    const bench::TcpFeeder feeder{panoramas(1'000)};
+    const bench::TcpFeeder feeder{panoramas(2'000)};
     receiver::Session session;
     session.run(
         receiver::makeSource(receiver::parseSource("tcp://127.0.0.1:" + std::to_string(feeder.port()))));
@@ -101,7 +101,7 @@ void tcpToLevelMap(benchmark::State& state)
 // What such a stream costs to read, without a look into it.
 void tcpToNothing(benchmark::State& state)
 {
-    const wire::Bytes stream = panoramas(1'000);
+    const wire::Bytes stream = panoramas(2'000);
     const bench::TcpFeeder feeder{stream};
     bench::DatagramTaker taker;
     const TcpReader reader{"127.0.0.1", feeder.port(), &taker};

@@ -68,7 +68,7 @@ expect "nothing arrives: .*'sudo tcpdump -c 3 -ni any udp port $port'" talk
 : >talk
 step "It comes back by itself with the stream"
 send --udp "127.0.0.1:$port" --for 2
-expect "60.* traces/s .* age" talk
+expect "[1-9][0-9.]* traces/s .* age [0-9]" talk
 leave
 expect "wire duplicates  *0" ledger
 
