@@ -58,8 +58,8 @@ const std::vector<Line>& lines()
          "'vk410 inspect a.pcap' lists the tags",
          &C::unknownTag, true},
         {"unrouted", "unrouted",
-         "attributes for which no processor is registered: 'vk410 monitor SOURCE --panorama-tag TAG' takes"
-         " another tag, and so do --zero-span-tag and --df-tag",
+         "attributes for which no processor is registered: 'vk410 monitor SOURCE --tag panorama=TAG' takes "
+         "another tag, and so do zerospan=TAG and df=TAG",
          &C::unrouted, true},
         {"not accepted", "not_accepted",
          "attributes that their processor dropped: 'vk410 monitor SOURCE --scan-range JOB:START-STOP/STEP'"

@@ -8,13 +8,12 @@
 
 namespace {
 
-// The empty line that hidden options leave would make the help of a verb too long for a screen.
+// Without the empty lines in front of headings, so that the help of a verb fits a screen.
 class HelpFormatter : public CLI::Formatter {
 public:
     std::string make_help(const CLI::App* app, std::string name, CLI::AppFormatMode mode) const override
     {
-        return CLI::detail::find_and_replace(Formatter::make_help(app, std::move(name), mode), "\n\n\n",
-                                             "\n\n");
+        return CLI::detail::find_and_replace(Formatter::make_help(app, std::move(name), mode), "\n\n", "\n");
     }
 };
 

@@ -85,15 +85,15 @@ expect "wire lost  *$dropped .*'ip -s link'" ledger
 
 step "The wrong tag: nothing in the map, and the option that changes it"
 port=$(free_port)
-watch "udp://127.0.0.1:$port" --panorama-tag 301
+watch "udp://127.0.0.1:$port" --tag panorama=301
 expect "listening" talk
 send --udp "127.0.0.1:$port" --count 60
 expect "unrouted 60" talk
 leave
 expect "no processor for tag 501: 60" ledger
-expect "unrouted .*'vk410 monitor SOURCE --panorama-tag TAG'" ledger
+expect "unrouted .*'vk410 monitor SOURCE --tag panorama=TAG'" ledger
 step "With that option it is there"
-watch "udp://127.0.0.1:$port" --panorama-tag 501
+watch "udp://127.0.0.1:$port" --tag panorama=501
 expect "listening" talk
 send --udp "127.0.0.1:$port" --count 60
 expect "1601 ch" talk

@@ -232,6 +232,10 @@ INSTANTIATE_TEST_SUITE_P(
         UsageCase{"MonitorBadScanRange", "vk410 monitor udp://:5555 --scan-range 145M-155M",
                   "vk410 monitor: '145M-155M': expected JOB:START-STOP/STEP, for example "
                   "1:145M-155M/12.5k; ':' is missing before the start frequency\n"},
+        UsageCase{"MonitorBadTag", "vk410 monitor udp://:5555 --tag panorama=x",
+                  "vk410 monitor: --tag 'panorama=x': expected panorama=TAG, .* for example panorama=301\n"},
+        UsageCase{"MonitorUnknownKind", "vk410 monitor udp://:5555 --tag audio=401",
+                  "vk410 monitor: --tag 'audio=401': expected panorama=TAG, .*\n"},
         UsageCase{"MonitorBadExclusion", "vk410 monitor udp://:5555 --exclude 147M-148M",
                   "vk410 monitor: '147M-148M': expected suppress:START-STOP or .*; it begins with neither\n"},
         UsageCase{"DemoUnknownProcessor", "vk410 demo df --df both",
