@@ -111,7 +111,7 @@ void frameOfAllArrays(benchmark::State& state)
         size = frame.size();
         benchmark::DoNotOptimize(frame.constData());
     }
-    require(size == 96 + 24 + 5 * int{points} * 2, "the frame is whole");
+    require(size == 96 + 24 + 5 * static_cast<int>(points) * 2, "the frame is whole");
 }
 BENCHMARK(frameOfAllArrays);
 

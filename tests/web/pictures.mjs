@@ -37,6 +37,10 @@ await picture('faults', 'tool=faults&theme=light&colours=-2_52', {}, async (page
   await page.waitForTimeout(4000);
   await page.click('[aria-label="inject: drop off"]');
 });
-await picture('phone', 'colours=-2_52', { viewport: { width: 390, height: 844 }, isMobile: true, hasTouch: true });
+await picture('phone', 'colours=-2_52', {
+  viewport: { width: 390, height: 844 },
+  isMobile: true,
+  hasTouch: true,
+});
 await closeBrowser();
 for (const cleanup of cleanups) await cleanup();

@@ -33,7 +33,7 @@ enum ArrayBit : std::uint16_t { Live = 1, Max = 2, Min = 4, Average = 8, Hold = 
 struct FrameHead {
     Stream stream = Stream::Panorama;
     std::uint16_t arrays = 0;
-    TraceInfo info;
+    TraceInfo info{};
     std::uint32_t averaged = 0;
     qint64 heldSinceNs = 0;
     std::uint32_t gridNumber = 0;

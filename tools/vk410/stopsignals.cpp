@@ -57,8 +57,11 @@ StopSignals::StopSignals()
 
 StopSignals::~StopSignals()
 {
-    (void)std::signal(SIGINT, SIG_DFL);
-    (void)std::signal(SIGTERM, SIG_DFL);
+    // The echo of a stop may come when what was stopped is over already.
+    if (isStopping == 0) {
+        (void)std::signal(SIGINT, SIG_DFL);
+        (void)std::signal(SIGTERM, SIG_DFL);
+    }
     m_notifier.reset();
     for (int& end : signalPipe) {
         if (end >= 0)

@@ -9,9 +9,12 @@ export class AxisView {
   isFull = true;
   smallest = 1e-9; // span that cannot be zoomed into any more
 
-  onChange(listener) { this.#listeners.add(listener); }
+  onChange(listener) {
+    this.#listeners.add(listener);
+  }
 
-  /// A new grid: the full span stays full, a zoomed one stays where it is as long as the grid has something there.
+  /// A new grid: the full span stays full, a zoomed one stays where it is as long as the grid has something
+  /// there.
   setFull(from, to, smallest) {
     if (from === this.full[0] && to === this.full[1] && smallest === this.smallest) return;
     this.full = [from, to];

@@ -5,7 +5,10 @@ const RADIANS = Math.PI / 180;
 
 /// Mean direction and circular standard deviation, in degrees, of samples with weights.
 export class CircularMean {
-  #sine = 0; #cosine = 0; #weight = 0; #count = 0;
+  #sine = 0;
+  #cosine = 0;
+  #weight = 0;
+  #count = 0;
 
   add(degrees, weight) {
     this.#sine += Math.sin(degrees * RADIANS) * weight;
@@ -14,11 +17,17 @@ export class CircularMean {
     ++this.#count;
   }
 
-  get count() { return this.#count; }
-  get weight() { return this.#weight; }
+  get count() {
+    return this.#count;
+  }
+  get weight() {
+    return this.#weight;
+  }
 
   /// Length of the mean vector: 1 all agree, 0 none does.
-  get length() { return this.#weight > 0 ? Math.min(1, Math.hypot(this.#sine, this.#cosine) / this.#weight) : 0; }
+  get length() {
+    return this.#weight > 0 ? Math.min(1, Math.hypot(this.#sine, this.#cosine) / this.#weight) : 0;
+  }
 
   get mean() {
     const degrees = Math.atan2(this.#sine, this.#cosine) / RADIANS;
@@ -33,7 +42,7 @@ export class CircularMean {
 
 /// Signed difference a - b on the circle, -180 to 180 degrees.
 export function difference(a, b) {
-  return ((a - b + 540) % 360 + 360) % 360 - 180;
+  return ((((a - b + 540) % 360) + 360) % 360) - 180;
 }
 
 /// Sum of weights by direction, in bins of equal width that begin at north.
@@ -43,8 +52,12 @@ export class DirectionHistogram {
     this.width = 360 / binCount;
   }
 
-  clear() { this.bins.fill(0); }
-  add(degrees, weight) { this.bins[Math.floor(degrees / this.width) % this.bins.length] += weight; }
+  clear() {
+    this.bins.fill(0);
+  }
+  add(degrees, weight) {
+    this.bins[Math.floor(degrees / this.width) % this.bins.length] += weight;
+  }
 
   /// The strongest directions: mean and deviation over the bins around each local maximum, strongest first.
   peaks(most, reach = 3) {
@@ -52,7 +65,9 @@ export class DirectionHistogram {
     const total = this.bins.reduce((sum, weight) => sum + weight, 0);
     const at = (i) => this.bins[(i + count) % count];
     const taken = new Uint8Array(count);
-    const order = [...this.bins.keys()].filter((i) => this.bins[i] > total * 0.01).sort((a, b) => this.bins[b] - this.bins[a]);
+    const order = [...this.bins.keys()]
+      .filter((i) => this.bins[i] > total * 0.01)
+      .sort((a, b) => this.bins[b] - this.bins[a]);
     const peaks = [];
     for (const i of order) {
       if (peaks.length === most) break;

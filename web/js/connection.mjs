@@ -6,7 +6,8 @@ const SILENT_MS = 5000; // the server speaks once a second; one that does not is
 const LONGEST_PAUSE_MS = 8000;
 
 /// Pause before a further try; a part of it by chance, so that 50 viewers do not knock at once.
-export const pauseBefore = (attempt, chance) => Math.min(500 * 2 ** attempt, LONGEST_PAUSE_MS) * (0.75 + chance / 4);
+export const pauseBefore = (attempt, chance) =>
+  Math.min(500 * 2 ** attempt, LONGEST_PAUSE_MS) * (0.75 + chance / 4);
 
 export class Connection {
   #socket = null;
@@ -15,14 +16,17 @@ export class Connection {
   #retryAt = 0;
   state = 'connecting'; // or 'open', 'closed'
 
-  /// `handlers`: onFrame(frame), onState(), onOpen(), onBroken(text), and one on... per type of text message: onStatus(message), ...
+  /// `handlers`: onFrame(frame), onState(), onOpen(), onBroken(text), and one on... per type of text message:
+  /// onStatus(message), ...
   constructor(address, handlers) {
     this.address = address;
     this.handlers = handlers;
     setInterval(() => this.#watch(), 1000);
   }
 
-  get secondsToRetry() { return Math.max(0, Math.ceil((this.#retryAt - performance.now()) / 1000)); }
+  get secondsToRetry() {
+    return Math.max(0, Math.ceil((this.#retryAt - performance.now()) / 1000));
+  }
 
   /// Result: whether the command is on its way.
   send(command) {
@@ -38,9 +42,18 @@ export class Connection {
     this.#socket = socket;
     this.#heardAt = performance.now();
     socket.binaryType = 'arraybuffer';
-    socket.onopen = () => { if (socket === this.#socket) { this.#set('open'); this.handlers.onOpen(); } };
-    socket.onclose = () => { if (socket === this.#socket) this.#closed(); };
-    socket.onmessage = ({ data }) => { if (socket === this.#socket) this.#receive(decoder, data); };
+    socket.onopen = () => {
+      if (socket === this.#socket) {
+        this.#set('open');
+        this.handlers.onOpen();
+      }
+    };
+    socket.onclose = () => {
+      if (socket === this.#socket) this.#closed();
+    };
+    socket.onmessage = ({ data }) => {
+      if (socket === this.#socket) this.#receive(decoder, data);
+    };
   }
 
   #receive(decoder, data) {

@@ -20,11 +20,16 @@ export class Directions {
     this.bars = byId('histogram');
     const slider = byId('quality');
     slider.value = page.url.values.quality;
-    slider.addEventListener('input', () => { page.url.set('quality', Number(slider.value)); page.painter.request(this); });
+    slider.addEventListener('input', () => {
+      page.url.set('quality', Number(slider.value));
+      page.painter.request(this);
+    });
     new ResizeObserver(() => page.painter.request(this)).observe(this.rose);
   }
 
-  get #least() { return this.page.url.values.quality; }
+  get #least() {
+    return this.page.url.values.quality;
+  }
 
   draw() {
     if (this.rose.clientWidth < 60) return;
@@ -35,7 +40,8 @@ export class Directions {
     this.#drawHistogram();
   }
 
-  /// One pass over the rows of the last seconds: the histogram of all channels, the fan and the mean of the selected one.
+  /// One pass over the rows of the last seconds: the histogram of all channels, the fan and the mean of the
+  /// selected one.
   #collect() {
     const { df } = this.page.session.streams;
     const { history, grid } = df;
@@ -65,8 +71,10 @@ export class Directions {
   #writeSelected(mean) {
     const { selectedHz, session } = this.page;
     const step = session.streams.df.grid.step;
-    const text = selectedHz === null ? 'no channel selected'
-      : `${frequency(selectedHz, step)}  ${mean.count > 0 ? `${degrees(mean.mean)} ± ${degrees(mean.deviation)}` : `no bearing${this.page.reasonAt(selectedHz)}`}`;
+    const text =
+      selectedHz === null
+        ? 'no channel selected'
+        : `${frequency(selectedHz, step)}  ${mean.count > 0 ? `${degrees(mean.mean)} ± ${degrees(mean.deviation)}` : `no bearing${this.page.reasonAt(selectedHz)}`}`;
     setText(byId('selected'), text);
   }
 
@@ -94,7 +102,7 @@ export class Directions {
       ctx.arc(0, 0, radius * share, 0, 2 * Math.PI);
       ctx.stroke();
     }
-    const least = radius * this.#least / 100;
+    const least = (radius * this.#least) / 100;
     ctx.setLineDash([2, 3]);
     ctx.strokeStyle = colours.muted;
     ctx.beginPath();
@@ -106,15 +114,19 @@ export class Directions {
     ctx.textAlign = 'center';
     ctx.textBaseline = 'middle';
     NAMES.forEach((name, i) => {
-      const angle = i * Math.PI / 6;
-      ctx.fillText(isNorth ? name : String(i * 30), Math.sin(angle) * (radius + 9), -Math.cos(angle) * (radius + 9));
+      const angle = (i * Math.PI) / 6;
+      ctx.fillText(
+        isNorth ? name : String(i * 30),
+        Math.sin(angle) * (radius + 9),
+        -Math.cos(angle) * (radius + 9),
+      );
     });
   }
 
   #drawEmitters(ctx, radius) {
     for (const { azimuthDeg, quality } of this.page.emitters.list) {
-      const angle = azimuthDeg * Math.PI / 180;
-      const length = radius * Math.min(100, quality) / 100;
+      const angle = (azimuthDeg * Math.PI) / 180;
+      const length = (radius * Math.min(100, quality)) / 100;
       ctx.globalAlpha = quality >= this.#least ? 1 : 0.3;
       ctx.fillStyle = azimuthCss(azimuthDeg);
       ctx.beginPath();
@@ -128,8 +140,8 @@ export class Directions {
   #drawFan(ctx, radius) {
     for (let k = this.#shown.length - 1; k >= 0; --k) {
       const [azimuth, quality, age] = this.#shown[k];
-      const angle = azimuth * Math.PI / 180;
-      const length = radius * Math.min(100, quality) / 100;
+      const angle = (azimuth * Math.PI) / 180;
+      const length = (radius * Math.min(100, quality)) / 100;
       ctx.globalAlpha = k === 0 ? 1 : 0.35 * (1 - age);
       ctx.strokeStyle = k === 0 ? this.page.theme.colours.text : azimuthCss(azimuth);
       ctx.lineWidth = k === 0 ? 2 : 1;
@@ -155,16 +167,16 @@ export class Directions {
     ctx.font = '10px system-ui, sans-serif';
     ctx.textBaseline = 'alphabetic';
     bins.forEach((weight, i) => {
-      const bar = most > 0 ? weight / most * (bottom - top) : 0;
+      const bar = most > 0 ? (weight / most) * (bottom - top) : 0;
       ctx.fillStyle = azimuthCss((i + 0.5) * this.#histogram.width);
-      ctx.fillRect(i * width / BINS, bottom - bar, width / BINS - 0.5, bar);
+      ctx.fillRect((i * width) / BINS, bottom - bar, width / BINS - 0.5, bar);
     });
     ctx.fillStyle = colours.grid;
     ctx.fillRect(0, bottom, width, 1);
     ctx.fillStyle = colours.muted;
     [0, 90, 180, 270, 360].forEach((azimuth, i) => {
       ctx.textAlign = ['left', 'center', 'center', 'center', 'right'][i];
-      ctx.fillText(`${azimuth}°`, azimuth / 360 * width, height - 4);
+      ctx.fillText(`${azimuth}°`, (azimuth / 360) * width, height - 4);
     });
     this.#writePeaks(ctx, width);
   }

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The few things that every panel does with the document. Text from data only ever becomes text, never markup.
+// The few things that every panel does with the document. Text from data only ever becomes text, never
+// markup.
 
 export const byId = (id) => document.getElementById(id);
 

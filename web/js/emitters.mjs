@@ -15,7 +15,9 @@ export class Emitters {
   #body = byId('emitters').querySelector('tbody');
   list = [];
 
-  constructor(page) { this.page = page; }
+  constructor(page) {
+    this.page = page;
+  }
 
   follow(list) {
     this.list = [...list].sort((a, b) => a.frequencyHz - b.frequencyHz).slice(0, MOST_ROWS);
@@ -33,21 +35,36 @@ export class Emitters {
     this.list.forEach((emitter, i) => {
       const row = this.#body.rows[i];
       row.hz = emitter.frequencyHz;
-      row.setAttribute('aria-selected', selectedHz !== null && Math.abs(emitter.frequencyHz - selectedHz) < step * 3);
+      row.setAttribute(
+        'aria-selected',
+        selectedHz !== null && Math.abs(emitter.frequencyHz - selectedHz) < step * 3,
+      );
       row.style.opacity = emitter.quality < url.values.quality ? 0.5 : 1;
       row.cells[0].firstChild.style.background = azimuthCss(emitter.azimuthDeg);
       setText(row.cells[0].lastChild, frequency(emitter.frequencyHz, step));
-      const texts = [degrees(emitter.azimuthDeg), degrees(emitter.spreadDeg), `${Math.round(emitter.quality)} %`,
-        (emitter.levelDb + levels.offset).toFixed(1), duration(emitter.ageMs / 1000), trendText(emitter.trendDegPerSecond)];
+      const texts = [
+        degrees(emitter.azimuthDeg),
+        degrees(emitter.spreadDeg),
+        `${Math.round(emitter.quality)} %`,
+        (emitter.levelDb + levels.offset).toFixed(1),
+        duration(emitter.ageMs / 1000),
+        trendText(emitter.trendDegPerSecond),
+      ];
       texts.forEach((text, k) => setText(row.cells[k + 1], text));
     });
   }
 
   #row() {
-    const row = element('tr', { tabindex: 0 }, element('td', {}, element('i', { class: 'dot' }), element('span')));
+    const row = element(
+      'tr',
+      { tabindex: 0 },
+      element('td', {}, element('i', { class: 'dot' }), element('span')),
+    );
     for (let i = 0; i < 6; ++i) row.append(element('td'));
     row.addEventListener('click', () => this.page.select(row.hz));
-    row.addEventListener('keydown', (event) => { if (event.key === 'Enter') this.page.select(row.hz); });
+    row.addEventListener('keydown', (event) => {
+      if (event.key === 'Enter') this.page.select(row.hz);
+    });
     return row;
   }
 }

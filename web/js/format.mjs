@@ -1,13 +1,20 @@
 // SPDX-License-Identifier: MIT
 // Numbers, times and units as an operator reads them.
 
-const PREFIXES = [[1e9, 'GHz'], [1e6, 'MHz'], [1e3, 'kHz'], [1, 'Hz']];
+const PREFIXES = [
+  [1e9, 'GHz'],
+  [1e6, 'MHz'],
+  [1e3, 'kHz'],
+  [1, 'Hz'],
+];
 
 /// A frequency with as many digits as the step needs: 101.150 000 MHz reads 101.15 where the step is 10 kHz.
 export function frequency(hz, stepHz = 1) {
   if (!Number.isFinite(hz)) return '–';
-  const [factor, unit] = Math.abs(hz) >= 1e9 && stepHz >= 1e5 ? PREFIXES[0]
-    : PREFIXES.find(([f]) => f <= 1e6 && Math.abs(hz) >= f) ?? PREFIXES[3];
+  const [factor, unit] =
+    Math.abs(hz) >= 1e9 && stepHz >= 1e5
+      ? PREFIXES[0]
+      : (PREFIXES.find(([f]) => f <= 1e6 && Math.abs(hz) >= f) ?? PREFIXES[3]);
   const digits = Math.max(0, Math.ceil(Math.log10(factor / Math.max(stepHz, 1e-3)) - 1e-9));
   return `${(hz / factor).toFixed(Math.min(digits, 9))} ${unit}`;
 }
@@ -66,9 +73,10 @@ export function niceStep(span, most) {
   return [1, 2, 5, 10].find((x) => x * power >= raw * 0.9999) * power;
 }
 
-/// Ticks of a level axis of this height in pixels: none so low that it would stand beside those of the other axis.
+/// Ticks of a level axis of this height in pixels: none so low that it would stand beside those of the other
+/// axis.
 export const levelTicks = (lowest, highest, height) =>
-  ticks(lowest + (highest - lowest) * 10 / height, highest, Math.max(2.5, height / 32)).at;
+  ticks(lowest + ((highest - lowest) * 10) / height, highest, Math.max(2.5, height / 32)).at;
 
 /// Ticks at multiples of a step that reads well.
 export function ticks(from, to, most) {

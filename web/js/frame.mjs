@@ -23,16 +23,19 @@ function rangesOf(view, count) {
   const ranges = [];
   for (let at = HEADER_SIZE; ranges.length < count; at += RANGE_SIZE)
     ranges.push({
-      start: view.getFloat64(at, true), step: view.getFloat64(at + 8, true),
-      first: view.getUint32(at + 16, true), count: view.getUint32(at + 20, true),
+      start: view.getFloat64(at, true),
+      step: view.getFloat64(at + 8, true),
+      first: view.getUint32(at + 16, true),
+      count: view.getUint32(at + 20, true),
     });
   return ranges;
 }
 
 function check(view, names) {
-  if (view.byteLength < HEADER_SIZE || view.getUint32(0, false) !== 0x564B3453)
+  if (view.byteLength < HEADER_SIZE || view.getUint32(0, false) !== 0x564b3453)
     throw new Error(`expected a frame that begins with VK4S, got ${view.byteLength} other bytes`);
-  if (view.getUint8(4) !== 1) throw new Error(`expected version 1 of the stream, got ${view.getUint8(4)}; reload the page`);
+  if (view.getUint8(4) !== 1)
+    throw new Error(`expected version 1 of the stream, got ${view.getUint8(4)}; reload the page`);
   if (!names) throw new Error(`expected stream 1 to 4, got ${view.getUint8(5)}`);
 }
 
@@ -47,12 +50,21 @@ export class FrameDecoder {
     const n = view.getUint32(76, true);
     const rangeCount = view.getUint16(80, true);
     const frame = {
-      stream, sequence: view.getUint32(8, true), skipped: view.getUint32(12, true),
-      timeMs: milliseconds(view, 16), receivedMs: milliseconds(view, 24),
+      stream,
+      sequence: view.getUint32(8, true),
+      skipped: view.getUint32(12, true),
+      timeMs: milliseconds(view, 16),
+      receivedMs: milliseconds(view, 24),
       number: view.getUint32(32, true) + view.getUint32(36, true) * 4294967296,
-      lost: view.getUint32(40, true), averageCount: view.getUint32(44, true), holdSinceMs: milliseconds(view, 48),
-      scale: view.getFloat64(56, true), unit: unitOf(view), gridNumber: view.getUint32(72, true), n,
-      axis: view.getUint8(82) === 1 ? 'seconds' : 'Hz', replayed: (view.getUint8(83) & 1) !== 0,
+      lost: view.getUint32(40, true),
+      averageCount: view.getUint32(44, true),
+      holdSinceMs: milliseconds(view, 48),
+      scale: view.getFloat64(56, true),
+      unit: unitOf(view),
+      gridNumber: view.getUint32(72, true),
+      n,
+      axis: view.getUint8(82) === 1 ? 'seconds' : 'Hz',
+      replayed: (view.getUint8(83) & 1) !== 0,
       ranges: null,
     };
     const arraysAt = HEADER_SIZE + rangeCount * RANGE_SIZE;
@@ -65,9 +77,14 @@ export class FrameDecoder {
     const names = frame.stream === 'df' ? DF_ARRAYS : LEVEL_ARRAYS;
     let at = start;
     for (let bit = 0; bit < names.length; ++bit) {
-      if (!(bits & (1 << bit))) { frame[names[bit]] = null; continue; }
+      if (!(bits & (1 << bit))) {
+        frame[names[bit]] = null;
+        continue;
+      }
       if (at + frame.n * 2 > buffer.byteLength)
-        throw new Error(`expected ${frame.n * 2} bytes of ${names[bit]} at ${at}, got ${buffer.byteLength - at}`);
+        throw new Error(
+          `expected ${frame.n * 2} bytes of ${names[bit]} at ${at}, got ${buffer.byteLength - at}`,
+        );
       frame[names[bit]] = new Int16Array(buffer, at, frame.n);
       at += frame.n * 2;
     }
@@ -76,7 +93,8 @@ export class FrameDecoder {
   #ranges(frame, view, count) {
     const known = this.#grids.get(frame.stream);
     if (known && known.number === frame.gridNumber && known.ranges.length === count) return known.ranges;
-    if (HEADER_SIZE + count * RANGE_SIZE > view.byteLength) throw new Error('expected the grid, got the end of the frame');
+    if (HEADER_SIZE + count * RANGE_SIZE > view.byteLength)
+      throw new Error('expected the grid, got the end of the frame');
     const ranges = rangesOf(view, count);
     this.#grids.set(frame.stream, { number: frame.gridNumber, ranges });
     return ranges;

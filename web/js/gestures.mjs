@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Pointer and wheel on a plot with a frequency (or time) axis: zoom at the cursor, pan, box, pinch, click, hover.
+// Pointer and wheel on a plot with a frequency (or time) axis: zoom at the cursor, pan, box, pinch, click,
+// hover.
 import { element } from './dom.mjs';
 
 const CLICK_PIXELS = 4;
@@ -13,27 +14,33 @@ export class Gestures {
   #box = null;
   #start = null;
 
-  /// `plot`: view() gives its AxisView; optional: onClick(position, y), onHover(position or null, y), onBox(top, bottom),
-  /// onLevelWheel(y, factor), onLevelDrag(dy), onDragDown(dy).
+  /// `plot`: view() gives its AxisView; optional: onClick(position, y), onHover(position or null, y),
+  /// onBox(top, bottom), onLevelWheel(y, factor), onLevelDrag(dy), onDragDown(dy).
   constructor(host, plot) {
     this.host = host;
     this.plot = plot;
     host.addEventListener('wheel', (event) => this.#wheel(event), { passive: false });
     host.addEventListener('pointerdown', (event) => this.#down(event));
     host.addEventListener('pointermove', (event) => this.#move(event));
-    for (const name of ['pointerup', 'pointercancel']) host.addEventListener(name, (event) => this.#up(event));
+    for (const name of ['pointerup', 'pointercancel'])
+      host.addEventListener(name, (event) => this.#up(event));
     host.addEventListener('pointerleave', () => plot.onHover?.(null, 0));
     host.addEventListener('dblclick', () => plot.view().reset());
   }
 
   #place(event) {
     const box = this.host.getBoundingClientRect();
-    return { x: event.clientX - box.left, y: event.clientY - box.top, width: box.width - GUTTER - MARGIN, height: box.height };
+    return {
+      x: event.clientX - box.left,
+      y: event.clientY - box.top,
+      width: box.width - GUTTER - MARGIN,
+      height: box.height,
+    };
   }
 
   #position(place) {
     const view = this.plot.view();
-    return view.from + (place.x - GUTTER) / place.width * (view.to - view.from);
+    return view.from + ((place.x - GUTTER) / place.width) * (view.to - view.from);
   }
 
   #wheel(event) {
@@ -42,7 +49,8 @@ export class Gestures {
     const view = this.plot.view();
     const factor = event.deltaY > 0 ? WHEEL_FACTOR : 1 / WHEEL_FACTOR;
     if (place.x < GUTTER) this.plot.onLevelWheel?.(place.y, factor);
-    else if (Math.abs(event.deltaX) > Math.abs(event.deltaY)) view.pan(event.deltaX / place.width * (view.to - view.from));
+    else if (Math.abs(event.deltaX) > Math.abs(event.deltaY))
+      view.pan((event.deltaX / place.width) * (view.to - view.from));
     else view.zoomAt(this.#position(place), factor);
   }
 
@@ -71,7 +79,7 @@ export class Gestures {
     this.host.classList.add('panning');
     if (this.#start.x < GUTTER) return this.plot.onLevelDrag?.(place.y - last.y);
     const view = this.plot.view();
-    view.pan((last.x - place.x) / place.width * (view.to - view.from));
+    view.pan(((last.x - place.x) / place.width) * (view.to - view.from));
     this.plot.onDragDown?.(place.y - last.y);
   }
 
@@ -83,7 +91,7 @@ export class Gestures {
     const view = this.plot.view();
     const middle = (last.x + other.x) / 2;
     view.zoomAt(this.#position({ ...place, x: middle }), before / now);
-    view.pan(-((place.x + other.x) / 2 - middle) / place.width * (view.to - view.from));
+    view.pan((-((place.x + other.x) / 2 - middle) / place.width) * (view.to - view.from));
   }
 
   #drawBox(place) {
@@ -99,7 +107,8 @@ export class Gestures {
     const place = this.#place(event);
     this.host.classList.remove('panning');
     if (this.#box) this.#endBox(place);
-    else if (!this.#moved && event.type === 'pointerup' && place.x >= GUTTER) this.plot.onClick?.(this.#position(place), place.y);
+    else if (!this.#moved && event.type === 'pointerup' && place.x >= GUTTER)
+      this.plot.onClick?.(this.#position(place), place.y);
     this.#box?.remove();
     this.#box = null;
   }

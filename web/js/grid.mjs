@@ -1,12 +1,17 @@
 // SPDX-License-Identifier: MIT
-// Where channels lie on an axis (Hz, or seconds for zero span), and which of them fall into which column of pixels.
+// Where channels lie on an axis (Hz, or seconds for zero span), and which of them fall into which column of
+// pixels.
 
-const usable = (range) => range.count > 0 && range.step > 0 && Number.isFinite(range.step) && Number.isFinite(range.start);
+const usable = (range) =>
+  range.count > 0 && range.step > 0 && Number.isFinite(range.step) && Number.isFinite(range.start);
 
 export class Grid {
   constructor(ranges, n) {
     this.n = n;
-    this.ranges = ranges.filter(usable).map((r) => ({ ...r, count: Math.min(r.count, n - r.first) })).filter(usable);
+    this.ranges = ranges
+      .filter(usable)
+      .map((r) => ({ ...r, count: Math.min(r.count, n - r.first) }))
+      .filter(usable);
     this.from = Infinity;
     this.to = -Infinity;
     for (const r of this.ranges) {
@@ -36,8 +41,9 @@ export class Grid {
   }
 }
 
-/// Channels lo[c] to hi[c] - 1 of each column c between `from` and `to`; lo = hi where there is none.
-/// A column shows every channel whose centre lies in it; where channels are wider than columns, the one that covers it.
+/// Channels lo[c] to hi[c] - 1 of each column c between `from` and `to`; lo = hi where there is none. A
+/// column shows every channel whose centre lies in it; where channels are wider than columns, the one that
+/// covers it.
 export function mapColumns(grid, from, to, lo, hi) {
   const width = (to - from) / lo.length;
   lo.fill(0);
@@ -58,8 +64,8 @@ export function mapColumns(grid, from, to, lo, hi) {
     }
 }
 
-/// One value per column: the highest (or lowest) of its channels, null where none has a value. Never a sample of them,
-/// so that no carrier is lost between two pixels.
+/// One value per column: the highest (or lowest) of its channels, null where none has a value. Never a sample
+/// of them, so that no carrier is lost between two pixels.
 export function decimate(levels, noValue, lo, hi, out, lowest = false) {
   for (let c = 0; c < lo.length; ++c) {
     let best = null;

@@ -4,9 +4,22 @@
 const patterns = new Map();
 
 const DRAWN = {
-  lines(ctx, size) { for (const d of [-size, 0, size]) { ctx.moveTo(d, size); ctx.lineTo(d + size, 0); } },
-  lost(ctx, size) { for (const d of [-size, 0, size]) { ctx.moveTo(d, 0); ctx.lineTo(d + size, size); } },
-  dots(ctx, size) { ctx.moveTo(size / 2 - 1, size / 2); ctx.lineTo(size / 2 + 1, size / 2); },
+  lines(ctx, size) {
+    for (const d of [-size, 0, size]) {
+      ctx.moveTo(d, size);
+      ctx.lineTo(d + size, 0);
+    }
+  },
+  lost(ctx, size) {
+    for (const d of [-size, 0, size]) {
+      ctx.moveTo(d, 0);
+      ctx.lineTo(d + size, size);
+    }
+  },
+  dots(ctx, size) {
+    ctx.moveTo(size / 2 - 1, size / 2);
+    ctx.lineTo(size / 2 + 1, size / 2);
+  },
 };
 
 export function hatchOf(target, name, colour) {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What was received, by time: a ring of rows of equal duration. Rows lie where their time lies, so that a loss stays a hole.
+// What was received, by time: a ring of rows of equal duration. Rows lie where their time lies, so that a
+// loss stays a hole.
 import { NO_VALUE } from './frame.mjs';
 
 export const ROWS = 2048;
@@ -20,7 +21,13 @@ export function mergeLevels(rows, base, factor, [levels]) {
 export function mergeBearings(rows, base, factor, [azimuth, quality, levels, validity]) {
   const [azimuths, qualities, ringLevels] = rows;
   for (let i = 0; i < azimuth.length; ++i) {
-    if (azimuth[i] < 0 || azimuth[i] === NO_VALUE || quality[i] === NO_VALUE || (validity && validity[i] !== 0)) continue;
+    if (
+      azimuth[i] < 0 ||
+      azimuth[i] === NO_VALUE ||
+      quality[i] === NO_VALUE ||
+      (validity && validity[i] !== 0)
+    )
+      continue;
     const at = base + Math.floor(i / factor);
     if (qualities[at] !== NO_VALUE && qualities[at] >= quality[i]) continue;
     azimuths[at] = azimuth[i] % 3600;
@@ -66,13 +73,23 @@ export class History {
     ++this.generation;
   }
 
-  slotOf(ms) { return Math.floor(ms / this.rowMs); }
-  timeOf(slot) { return slot * this.rowMs; }
-  has(slot) { return this.slots[slot % ROWS] === slot; }
-  baseOf(slot) { return (slot % ROWS) * this.columns; }
+  slotOf(ms) {
+    return Math.floor(ms / this.rowMs);
+  }
+  timeOf(slot) {
+    return slot * this.rowMs;
+  }
+  has(slot) {
+    return this.slots[slot % ROWS] === slot;
+  }
+  baseOf(slot) {
+    return (slot % ROWS) * this.columns;
+  }
 
   /// Whether data was lost in the time of this row, or nothing came in it because it was lost.
-  lostIn(slot) { return slot > this.newest || slot <= this.newest - ROWS ? 0 : this.lost[slot % ROWS]; }
+  lostIn(slot) {
+    return slot > this.newest || slot <= this.newest - ROWS ? 0 : this.lost[slot % ROWS];
+  }
 
   push(ms, lost, arrays) {
     if (this.newest !== EMPTY && ms < this.#lastMs - JUMP_BACK_MS) this.clear();
@@ -100,7 +117,8 @@ export class History {
       this.slots[s % ROWS] = EMPTY;
       this.lost[s % ROWS] = lost;
     }
-    // A device that sends fewer traces than there are rows leaves no holes: its last trace holds until the next is due.
+    // A device that sends fewer traces than there are rows leaves no holes: its last trace holds until the
+    // next is due.
     if (lost === 0 && ms - this.#lastMs < 2.5 * this.#interval) this.#hold(previous, slot);
     this.newest = slot;
     this.oldest = Math.max(this.oldest, slot - ROWS + 1);
@@ -125,7 +143,8 @@ export class History {
   #measure(ms) {
     const passed = ms - this.#lastMs;
     if (this.#lastMs > 0 && passed > 0)
-      this.#interval = this.#interval === 0 ? passed : this.#interval * 0.9 + Math.min(passed, 4 * this.#interval) * 0.1;
+      this.#interval =
+        this.#interval === 0 ? passed : this.#interval * 0.9 + Math.min(passed, 4 * this.#interval) * 0.1;
     this.#lastMs = Math.max(ms, this.#lastMs);
   }
 }

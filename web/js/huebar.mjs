@@ -9,7 +9,7 @@ export function drawHueBar(canvas) {
     const ctx = canvas.getContext('2d');
     const { width, height } = canvas;
     for (let x = 0; x < width; ++x) {
-      ctx.fillStyle = azimuthCss(x / width * 360);
+      ctx.fillStyle = azimuthCss((x / width) * 360);
       ctx.fillRect(x, 0, 1, height);
     }
     ctx.fillStyle = '#10151a';
@@ -17,7 +17,7 @@ export function drawHueBar(canvas) {
     ctx.textBaseline = 'middle';
     ['0°', '90°', '180°', '270°'].forEach((text, i) => {
       ctx.textAlign = i === 0 ? 'left' : 'center';
-      ctx.fillText(text, 2 + i * (width - 4) / 4, height / 2 + 1);
+      ctx.fillText(text, 2 + (i * (width - 4)) / 4, height / 2 + 1);
     });
   });
 }

@@ -17,7 +17,8 @@ export class Keyboard {
   /// `map`: [[key, what it does, action], ...]; a key is a KeyboardEvent's `key`, letters in upper case.
   constructor(map) {
     const body = byId('keys').querySelector('tbody');
-    const row = (key, text) => element('tr', {}, element('td', {}, element('kbd', {}, key)), element('td', {}, text));
+    const row = (key, text) =>
+      element('tr', {}, element('td', {}, element('kbd', {}, key)), element('td', {}, text));
     for (const [key, text, action] of map) {
       this.#actions.set(key, action);
       body.append(row(key === ' ' ? 'space' : key, text));
@@ -27,7 +28,13 @@ export class Keyboard {
   }
 
   #press(event) {
-    if (event.ctrlKey || event.metaKey || event.altKey || event.target.closest('input, select, textarea, dialog')) return;
+    if (
+      event.ctrlKey ||
+      event.metaKey ||
+      event.altKey ||
+      event.target.closest('input, select, textarea, dialog')
+    )
+      return;
     // A button that has the focus is pressed by the space bar, as everywhere.
     if (event.key === ' ' && event.target.closest('button')) return;
     const action = this.#actions.get(event.key.length === 1 ? event.key.toUpperCase() : event.key);

@@ -3,7 +3,15 @@
 import { byId, element, setText } from './dom.mjs';
 import { bytes, count } from './format.mjs';
 
-const ALWAYS = new Set(['wire_lost', 'kernel_dropped', 'invalid', 'unrouted', 'not_accepted', 'map_writes', 'viewer_skipped']); // metrics
+const ALWAYS = new Set([
+  'wire_lost',
+  'kernel_dropped',
+  'invalid',
+  'unrouted',
+  'not_accepted',
+  'map_writes',
+  'viewer_skipped',
+]); // metrics
 
 /// 'good' nothing lost, 'bad' losing now, 'warn' lost before, '' a counter that says nothing about loss.
 export function verdict({ isLoss, total, perSecond }) {
@@ -17,9 +25,15 @@ const rate = (perSecond) => `${perSecond >= 10 ? Math.round(perSecond) : perSeco
 
 function bufferLine({ askedBytes, grantedBytes }) {
   const isShort = grantedBytes < askedBytes;
-  return { name: 'buffer', value: `${bytes(grantedBytes)} of ${bytes(askedBytes)}`, kind: isShort ? 'warn' : 'good', word: isShort ? 'short' : 'as asked',
-    definition: 'Socket buffer that the system granted, of what was asked for. A short one loses datagrams when the machine pauses: '
-      + `sudo sysctl net.core.rmem_max=${askedBytes}` };
+  return {
+    name: 'buffer',
+    value: `${bytes(grantedBytes)} of ${bytes(askedBytes)}`,
+    kind: isShort ? 'warn' : 'good',
+    word: isShort ? 'short' : 'as asked',
+    definition:
+      'Socket buffer that the system granted, of what was asked for. A short one loses datagrams when the machine pauses: ' +
+      `sudo sysctl net.core.rmem_max=${askedBytes}`,
+  };
 }
 
 export class Ledger {
@@ -29,13 +43,22 @@ export class Ledger {
   constructor(page) {
     this.page = page;
     this.root = byId('ledger');
-    this.more = element('button', { class: 'cell', onclick: () => this.#toggleAll() }, element('small', {}, 'cells'), element('b'));
+    this.more = element(
+      'button',
+      { class: 'cell', onclick: () => this.#toggleAll() },
+      element('small', {}, 'cells'),
+      element('b'),
+    );
     this.root.append(this.more);
-    document.addEventListener('keydown', (event) => { if (event.key === 'Escape') this.#hideTip(); });
+    document.addEventListener('keydown', (event) => {
+      if (event.key === 'Escape') this.#hideTip();
+    });
     this.root.addEventListener('scroll', () => this.#hideTip());
   }
 
-  get #all() { return this.page.url.values.cells === 'all'; }
+  get #all() {
+    return this.page.url.values.cells === 'all';
+  }
 
   #toggleAll() {
     this.page.url.set('cells', this.#all ? '' : 'all');
@@ -52,18 +75,33 @@ export class Ledger {
   }
 
   #lineOf(line, status) {
-    const own = line.metric === 'viewer_skipped' && status.viewer ? { ...line, total: status.viewer.skipped } : line;
+    const own =
+      line.metric === 'viewer_skipped' && status.viewer ? { ...line, total: status.viewer.skipped } : line;
     const kind = verdict(own);
-    const definition = own === line ? line.definition
-      : `Traces this page was too slow for (of all pages: ${count(line.total)}). ${line.definition}`;
-    return { name: line.name, metric: line.metric, value: count(own.total), kind, definition,
-      word: own.perSecond > 0 ? rate(own.perSecond) : WORDS[kind], isShown: ALWAYS.has(line.metric) || kind === 'bad' || kind === 'warn' };
+    const definition =
+      own === line
+        ? line.definition
+        : `Traces this page was too slow for (of all pages: ${count(line.total)}). ${line.definition}`;
+    return {
+      name: line.name,
+      metric: line.metric,
+      value: count(own.total),
+      kind,
+      definition,
+      word: own.perSecond > 0 ? rate(own.perSecond) : WORDS[kind],
+      isShown: ALWAYS.has(line.metric) || kind === 'bad' || kind === 'warn',
+    };
   }
 
   #write(line) {
     let cell = this.#cells.get(line.name);
     if (!cell) {
-      cell = element('button', { 'aria-describedby': 'tip' }, element('small', {}, line.name), element('b', {}, document.createTextNode(''), element('i')));
+      cell = element(
+        'button',
+        { 'aria-describedby': 'tip' },
+        element('small', {}, line.name),
+        element('b', {}, document.createTextNode(''), element('i')),
+      );
       cell.dataset.metric = line.metric ?? line.name;
       cell.addEventListener('pointerenter', () => this.#showTip(line.name));
       cell.addEventListener('focus', () => this.#showTip(line.name));

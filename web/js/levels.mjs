@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The level axis and the colours' limits: raw levels on one side, the unit that the operator wants on the other.
+// The level axis and the colours' limits: raw levels on one side, the unit that the operator wants on the
+// other.
 import { DBM_OF_DBUV, levelTicks, unitText } from './format.mjs';
 import { NO_VALUE } from './frame.mjs';
 import { LevelCount } from './percentile.mjs';
@@ -24,22 +25,38 @@ export class Levels {
     this.isSet = Boolean(url.values.level && url.values.colours);
   }
 
-  onChange(listener) { this.#listeners.add(listener); }
-  #tell() { for (const listener of this.#listeners) listener(); }
+  onChange(listener) {
+    this.#listeners.add(listener);
+  }
+  #tell() {
+    for (const listener of this.#listeners) listener();
+  }
 
   follow(frame) {
     if (frame.scale > 0) this.scale = frame.scale;
     this.deviceUnit = frame.unit || this.deviceUnit;
   }
 
-  get isPower() { return this.url.values.unit === 'dBm' && this.deviceUnit === 'dBuV'; }
-  get offset() { return this.isPower ? DBM_OF_DBUV : 0; }
-  get unit() { return this.isPower ? 'dBm' : unitText(this.deviceUnit); }
-  get rawAxis() { return [this.axis[0] / this.scale, this.axis[1] / this.scale]; }
-  get rawColours() { return [this.colours[0] / this.scale, this.colours[1] / this.scale]; }
+  get isPower() {
+    return this.url.values.unit === 'dBm' && this.deviceUnit === 'dBuV';
+  }
+  get offset() {
+    return this.isPower ? DBM_OF_DBUV : 0;
+  }
+  get unit() {
+    return this.isPower ? 'dBm' : unitText(this.deviceUnit);
+  }
+  get rawAxis() {
+    return [this.axis[0] / this.scale, this.axis[1] / this.scale];
+  }
+  get rawColours() {
+    return [this.colours[0] / this.scale, this.colours[1] / this.scale];
+  }
 
   text(raw) {
-    return raw === null || raw === undefined || raw === NO_VALUE ? 'no value' : `${(raw * this.scale + this.offset).toFixed(1)} ${this.unit}`;
+    return raw === null || raw === undefined || raw === NO_VALUE
+      ? 'no value'
+      : `${(raw * this.scale + this.offset).toFixed(1)} ${this.unit}`;
   }
   label = (raw) => `${+(raw * this.scale + this.offset).toFixed(1)}`;
 
@@ -93,18 +110,26 @@ export class Levels {
     this.#tell();
   }
 
-  /// Percentiles of the newest rows: the floor a little above the bottom, all but the rarest levels below the top.
-  /// Kept in the address only if the operator asked for it. Result: whether there were levels.
+  /// Percentiles of the newest rows: the floor a little above the bottom, all but the rarest levels below the
+  /// top. Kept in the address only if the operator asked for it. Result: whether there were levels.
   auto(history, ring, keep = true) {
     this.#count.clear();
     for (let slot = history.newest; slot > history.newest - AUTO_ROWS && slot >= history.oldest; --slot)
-      if (history.has(slot)) this.#count.add(ring.subarray(history.baseOf(slot), history.baseOf(slot) + history.columns), NO_VALUE);
+      if (history.has(slot))
+        this.#count.add(
+          ring.subarray(history.baseOf(slot), history.baseOf(slot) + history.columns),
+          NO_VALUE,
+        );
     const [floor, high, highest] = [0.05, 0.999, 1].map((share) => this.#count.percentile(share));
     if (floor === null) return false;
     const db = (raw) => raw * this.scale;
     this.axis = [Math.floor((db(floor) - 8) / 10) * 10, Math.ceil((db(highest) + 12) / 10) * 10];
     this.colours = [Math.floor(db(floor)), Math.max(Math.ceil(db(high)), Math.floor(db(floor)) + 20)];
-    if (keep) [['level', this.axis], ['colours', this.colours]].forEach(([name, value]) => this.url.set(name, value));
+    if (keep)
+      [
+        ['level', this.axis],
+        ['colours', this.colours],
+      ].forEach(([name, value]) => this.url.set(name, value));
     this.#tell();
     return true;
   }

@@ -60,24 +60,35 @@ class Page {
     this.faults = new Faults(this);
     this.streamBox = new StreamBox();
     this.colourBar = new ColourBar(this);
-    this.tools = new Tools(this, [['values', 'Values'], ['ranges', 'Ranges'], ['faults', 'Inject faults'],
-      ['stream', 'Use this stream', () => this.streamBox.show()]]);
+    this.tools = new Tools(this, [
+      ['values', 'Values'],
+      ['ranges', 'Ranges'],
+      ['faults', 'Inject faults'],
+      ['stream', 'Use this stream', () => this.streamBox.show()],
+    ]);
     this.tools.setOffered('faults', false);
     this.#wire();
     this.#buildControls();
     this.#buildKeyboard();
-    this.connection = new Connection(`${location.protocol === 'https:' ? 'wss' : 'ws'}://${location.host}/stream`, this.#handlers());
+    this.connection = new Connection(
+      `${location.protocol === 'https:' ? 'wss' : 'ws'}://${location.host}/stream`,
+      this.#handlers(),
+    );
     this.connection.open();
   }
 
-  send(command) { return this.connection.send(command); }
+  send(command) {
+    return this.connection.send(command);
+  }
 
   subscribe() {
     const arrays = ['live', ...this.url.values.traces.filter((name) => name !== 'live')];
     this.send({ command: 'subscribe', streams: ['panorama', 'zerospan', 'df'], arrays, maxPerSecond: 60 });
   }
 
-  resetHolds() { this.send({ command: 'resetHolds' }); }
+  resetHolds() {
+    this.send({ command: 'resetHolds' });
+  }
 
   /// Where the pointer is: on a frequency, and on a row of a picture.
   moveCursor(hz, picture, y) {
@@ -115,7 +126,11 @@ class Page {
   #handlers() {
     return {
       onState: () => this.statusLine.tick(),
-      onOpen: () => { this.session.beginConnection(); this.values.clear(); this.subscribe(); },
+      onOpen: () => {
+        this.session.beginConnection();
+        this.values.clear();
+        this.subscribe();
+      },
       onFrame: (frame) => this.session.receive(frame),
       onHello: (hello) => this.#hello(hello),
       onStatus: (status) => this.#status(status),
@@ -129,7 +144,10 @@ class Page {
 
   #hello({ convention, demo }) {
     this.convention = convention;
-    for (const place of document.querySelectorAll('.convention')) { place.textContent = convention; place.title = convention; }
+    for (const place of document.querySelectorAll('.convention')) {
+      place.textContent = convention;
+      place.title = convention;
+    }
     this.tools.setOffered('faults', demo);
   }
 
@@ -145,7 +163,9 @@ class Page {
   #complain(text) {
     if (text === this.complaint) return;
     this.complaint = text;
-    setTimeout(() => { if (this.complaint === text) this.complaint = ''; }, COMPLAINT_MS);
+    setTimeout(() => {
+      if (this.complaint === text) this.complaint = '';
+    }, COMPLAINT_MS);
     this.statusLine.tick();
   }
 
@@ -153,9 +173,16 @@ class Page {
     const { session, painter } = this;
     session.on('grid', (stream) => this.#showPanels(stream));
     session.on('frame', (stream) => this.#frame(stream));
-    session.on('pause', () => { document.body.classList.toggle('paused', session.paused); this.#drawAll(); this.#drawSlow(); });
+    session.on('pause', () => {
+      document.body.classList.toggle('paused', session.paused);
+      this.#drawAll();
+      this.#drawSlow();
+    });
     this.levels.onChange(() => this.#drawAll());
-    this.theme.onChange(() => { this.#drawAll(); this.#drawSlow(); });
+    this.theme.onChange(() => {
+      this.#drawAll();
+      this.#drawSlow();
+    });
     for (const { view } of Object.values(session.streams)) view.onChange(() => this.#viewChanged(view));
     setInterval(() => this.#drawSlow(), SLOW_MS);
     painter.request(this.colourBar);
@@ -191,7 +218,10 @@ class Page {
     byId('zerospans').hidden = !zerospan.frame && !zerospan2.frame;
     this.#showSources(Boolean(panorama.frame && df.frame));
     if (stream === session.main) this.#takeGrid(stream);
-    if (this.url.values.paused && !this.pauseTaken) { this.pauseTaken = true; session.pause(true); }
+    if (this.url.values.paused && !this.pauseTaken) {
+      this.pauseTaken = true;
+      session.pause(true);
+    }
     drawHueBar(byId('huebar'));
     this.#drawAll();
   }
@@ -206,8 +236,18 @@ class Page {
     const place = byId('sources');
     place.hidden = !isShown;
     if (!isShown) return;
-    place.replaceChildren(...[['panorama', 'panorama'], ['df', 'DF']].map(([name, text]) =>
-      element('button', { 'aria-pressed': this.session.main.name === name, onclick: () => this.#setSource(name) }, text)));
+    place.replaceChildren(
+      ...[
+        ['panorama', 'panorama'],
+        ['df', 'DF'],
+      ].map(([name, text]) =>
+        element(
+          'button',
+          { 'aria-pressed': this.session.main.name === name, onclick: () => this.#setSource(name) },
+          text,
+        ),
+      ),
+    );
   }
 
   #setSource(name) {
@@ -218,7 +258,8 @@ class Page {
   }
 
   #drawAll() {
-    for (const part of [this.spectrum, this.waterfall, this.bearings, ...this.zeroSpans]) this.painter.request(part);
+    for (const part of [this.spectrum, this.waterfall, this.bearings, ...this.zeroSpans])
+      this.painter.request(part);
   }
 
   #drawSlow() {
@@ -250,13 +291,26 @@ class Page {
 
   #buildControls() {
     const row = byId('row');
-    row.append(...ROW_TIMES_MS.map((ms) => element('option', { value: ms }, ms < 1000 ? `${ms} ms a row` : `${ms / 1000} s a row`)));
+    row.append(
+      ...ROW_TIMES_MS.map((ms) =>
+        element('option', { value: ms }, ms < 1000 ? `${ms} ms a row` : `${ms / 1000} s a row`),
+      ),
+    );
     if (!ROW_TIMES_MS.includes(this.url.values.row)) this.url.set('row', 50);
     row.value = String(this.url.values.row);
-    row.addEventListener('change', () => { this.session.setRowMs(Number(row.value)); this.#drawAll(); });
+    row.addEventListener('change', () => {
+      this.session.setRowMs(Number(row.value));
+      this.#drawAll();
+    });
     byId('autoalways').setAttribute('aria-pressed', this.url.values.auto);
-    const clicks = { pause: () => this.togglePause(), live: () => this.backToLive(), theme: () => this.theme.toggle(),
-      help: () => byId('keys').showModal(), autolevel: () => this.autoLevel(), autoalways: () => this.toggleAlways() };
+    const clicks = {
+      pause: () => this.togglePause(),
+      live: () => this.backToLive(),
+      theme: () => this.theme.toggle(),
+      help: () => byId('keys').showModal(),
+      autolevel: () => this.autoLevel(),
+      autoalways: () => this.toggleAlways(),
+    };
     for (const [id, action] of Object.entries(clicks)) byId(id).addEventListener('click', action);
   }
 
@@ -275,7 +329,13 @@ class Page {
       ['U', 'dBµV or dBm', () => this.levels.toggleUnit()],
       ['S', 'save a picture (PNG)', () => savePng(this)],
       ['E', 'export the channels shown (CSV)', () => saveCsv(this)],
-      ['.', 'recording: one datagram on', () => { if (this.timeBar.isShown) this.timeBar.step(); }],
+      [
+        '.',
+        'recording: one datagram on',
+        () => {
+          if (this.timeBar.isShown) this.timeBar.step();
+        },
+      ],
       ['?', 'this map', () => byId('keys').showModal()],
     ]);
   }

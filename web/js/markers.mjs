@@ -17,13 +17,23 @@ export function findPeaks(levels, noValue, from, to, prominence) {
   const peaks = [];
   let candidate = -1;
   let valley = Infinity; // lowest level since the last peak or candidate
-  const keep = () => { if (candidate >= 0) peaks.push(candidate); candidate = -1; };
+  const keep = () => {
+    if (candidate >= 0) peaks.push(candidate);
+    candidate = -1;
+  };
   for (let i = from; i < to; ++i) {
     const level = levels[i];
-    if (level === noValue) { keep(); valley = Infinity; continue; }
+    if (level === noValue) {
+      keep();
+      valley = Infinity;
+      continue;
+    }
     if (candidate >= 0 && level > levels[candidate]) candidate = i;
     else if (candidate < 0 && (valley === Infinity || level >= valley + prominence)) candidate = i;
-    if (candidate >= 0 && level <= levels[candidate] - prominence) { keep(); valley = level; }
+    if (candidate >= 0 && level <= levels[candidate] - prominence) {
+      keep();
+      valley = level;
+    }
     valley = Math.min(valley, level);
   }
   if (candidate >= 0 && levels[candidate] >= valley + prominence) keep();

@@ -7,7 +7,10 @@ export class LevelCount {
   #counts = new Uint32Array(65536);
   #total = 0;
 
-  clear() { this.#counts.fill(0); this.#total = 0; }
+  clear() {
+    this.#counts.fill(0);
+    this.#total = 0;
+  }
 
   add(levels, noValue) {
     for (let i = 0; i < levels.length; ++i) {

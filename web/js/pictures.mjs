@@ -8,7 +8,7 @@ import { Waterfall } from './waterfall.mjs';
 
 const VIRIDIS = viridis();
 const BEARINGS = bearingMap();
-const NOTHING = 0xFF1A1510; // as EMPTY of the waterfall
+const NOTHING = 0xff1a1510; // as EMPTY of the waterfall
 
 function paintLevels(levels, [lowest, highest]) {
   const factor = 255 / (highest - lowest);
@@ -19,7 +19,8 @@ function paintLevels(levels, [lowest, highest]) {
         const level = levels[base + i];
         if (level !== NO_VALUE && level > best) best = level;
       }
-      pixels[c] = best === -32768 ? NOTHING : VIRIDIS[Math.max(0, Math.min(255, (best - lowest) * factor | 0))];
+      pixels[c] =
+        best === -32768 ? NOTHING : VIRIDIS[Math.max(0, Math.min(255, ((best - lowest) * factor) | 0))];
     }
   };
 }
@@ -30,10 +31,16 @@ function paintBearings([azimuths, qualities]) {
       let best = -1;
       let azimuth = 0;
       for (let i = base + lo[c]; i < base + hi[c]; ++i)
-        if (qualities[i] !== NO_VALUE && qualities[i] > best) { best = qualities[i]; azimuth = azimuths[i]; }
-      if (best < 0) { pixels[c] = NOTHING; continue; }
-      const step = Math.min(QUALITY_STEPS - 1, best * QUALITY_STEPS / 100 | 0);
-      pixels[c] = BEARINGS[step * 360 + (azimuth / 10 | 0) % 360];
+        if (qualities[i] !== NO_VALUE && qualities[i] > best) {
+          best = qualities[i];
+          azimuth = azimuths[i];
+        }
+      if (best < 0) {
+        pixels[c] = NOTHING;
+        continue;
+      }
+      const step = Math.min(QUALITY_STEPS - 1, ((best * QUALITY_STEPS) / 100) | 0);
+      pixels[c] = BEARINGS[step * 360 + (((azimuth / 10) | 0) % 360)];
     }
   };
 }
@@ -56,7 +63,10 @@ export function levelWaterfall(page) {
   const panel = byId('waterfall');
   const stream = () => page.session.main;
   return new Waterfall(page, panel.querySelector('.picture'), {
-    stream, view: () => stream().view, hasAxis: () => false, readout: panel.querySelector('.readout'),
+    stream,
+    view: () => stream().view,
+    hasAxis: () => false,
+    readout: panel.querySelector('.readout'),
     painter: () => paintLevels(stream().levelRing, page.levels.rawColours),
     key: () => `${stream().name} ${page.levels.rawColours}`,
     onClick: (hz) => page.spectrum.placeMarker(hz),
@@ -70,14 +80,19 @@ export function bearingWaterfall(page) {
   const panel = byId('bearings');
   const { df } = page.session.streams;
   return new Waterfall(page, panel.querySelector('.picture'), {
-    stream: () => df, view: () => page.session.bearingView, readout: panel.querySelector('.readout'),
+    stream: () => df,
+    view: () => page.session.bearingView,
+    readout: panel.querySelector('.readout'),
     hasAxis: () => page.session.bearingView === df.view && page.session.main !== df,
     painter: (history) => paintBearings(history.rows),
     key: () => '',
     onClick: (hz) => page.select(hz),
     read(hz, slot) {
       const [azimuth, quality] = [0, 1].map((i) => valueAt(df, df.history.rows[i], hz, slot));
-      const reason = azimuth === null ? `no bearing${page.reasonAt(hz)}` : `${degrees(azimuth / 10)}  quality ${quality} %`;
+      const reason =
+        azimuth === null
+          ? `no bearing${page.reasonAt(hz)}`
+          : `${degrees(azimuth / 10)}  quality ${quality} %`;
       return `${frequency(hz, df.grid.step / 10)}  ${reason}  ${whenOf(df, slot)}`;
     },
   });

@@ -21,10 +21,14 @@ class Stream {
   }
 
   /// Levels in the history.
-  get levelRing() { return this.history.rows[this.name === 'df' ? 2 : 0]; }
+  get levelRing() {
+    return this.history.rows[this.name === 'df' ? 2 : 0];
+  }
 
   /// A new connection numbers its grids afresh.
-  forgetGridNumber() { this.#gridNumber = -1; }
+  forgetGridNumber() {
+    this.#gridNumber = -1;
+  }
 
   /// Result: whether the grid is another one.
   followGrid(frame, rowMs) {
@@ -56,12 +60,20 @@ export class Session {
   topMs = 0; // while paused: the time at the top of the waterfalls
   lastFrameAt = 0;
   framesReceived = 0;
-  streams = Object.fromEntries(['panorama', 'zerospan', 'zerospan2', 'df'].map((name) => [name, new Stream(name)]));
+  streams = Object.fromEntries(
+    ['panorama', 'zerospan', 'zerospan2', 'df'].map((name) => [name, new Stream(name)]),
+  );
 
-  constructor(url) { this.url = url; }
+  constructor(url) {
+    this.url = url;
+  }
 
-  on(event, listener) { this.#listeners[event].add(listener); }
-  #tell(event, argument) { for (const listener of this.#listeners[event]) listener(argument); }
+  on(event, listener) {
+    this.#listeners[event].add(listener);
+  }
+  #tell(event, argument) {
+    for (const listener of this.#listeners[event]) listener(argument);
+  }
 
   beginConnection() {
     for (const stream of Object.values(this.streams)) stream.forgetGridNumber();
@@ -90,7 +102,10 @@ export class Session {
 
   /// Bearings share the spectrum's axis where the grids overlap.
   get bearingView() {
-    const { main, streams: { df } } = this;
+    const {
+      main,
+      streams: { df },
+    } = this;
     return main === df || main.grid.overlaps(df.grid) ? main.view : df.view;
   }
 
@@ -101,7 +116,9 @@ export class Session {
   }
 
   /// Time at the top of the waterfalls.
-  get shownMs() { return this.paused && this.topMs > 0 ? this.topMs : this.newestMs; }
+  get shownMs() {
+    return this.paused && this.topMs > 0 ? this.topMs : this.newestMs;
+  }
 
   pause(paused) {
     if (paused === this.paused) return;
@@ -126,7 +143,7 @@ export class Session {
     if (!this.paused || !history || history.factor !== 1 || stream.name === 'df') return shown?.live ?? null;
     const slot = history.slotOf(this.topMs);
     const base = history.baseOf(slot);
-    return history.has(slot) ? history.rows[0].subarray(base, base + history.columns) : shown?.live ?? null;
+    return history.has(slot) ? history.rows[0].subarray(base, base + history.columns) : (shown?.live ?? null);
   }
 
   setRowMs(rowMs) {

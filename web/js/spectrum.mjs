@@ -10,8 +10,11 @@ import { TracePlot } from './traceplot.mjs';
 
 export const TRACES = ['live', 'max', 'min', 'average', 'hold'];
 const EXPLAINED = {
-  live: 'The latest trace', max: 'Highest level since the last reset', min: 'Lowest level since the last reset',
-  average: 'Average; click again with shift for more traces in it', hold: 'Highest level of the last 5 seconds (P)',
+  live: 'The latest trace',
+  max: 'Highest level since the last reset',
+  min: 'Lowest level since the last reset',
+  average: 'Average; click again with shift for more traces in it',
+  hold: 'Highest level of the last 5 seconds (P)',
 };
 const AVERAGES = [4, 16, 64, 256];
 const PROMINENCE_DB = 6;
@@ -24,9 +27,16 @@ export class Spectrum {
     this.panel = byId('spectrum');
     const host = this.panel.querySelector('.plot');
     this.plot = new TracePlot(host, {
-      names: TRACES, theme: page.theme, view: () => page.session.main.view, level: () => page.levels.rawAxis,
-      levelTicks: () => page.levels.rawTicks(host.clientHeight), levelLabel: page.levels.label, unit: () => page.levels.unit,
-      label: (hz, step) => frequency(hz, step), below: (u) => this.#drawRanges(u), above: (u) => this.#drawMarkers(u),
+      names: TRACES,
+      theme: page.theme,
+      view: () => page.session.main.view,
+      level: () => page.levels.rawAxis,
+      levelTicks: () => page.levels.rawTicks(host.clientHeight),
+      levelLabel: page.levels.label,
+      unit: () => page.levels.unit,
+      label: (hz, step) => frequency(hz, step),
+      below: (u) => this.#drawRanges(u),
+      above: (u) => this.#drawMarkers(u),
       onResize: () => page.painter.request(this),
     });
     new Gestures(host, {
@@ -38,17 +48,30 @@ export class Spectrum {
       onLevelDrag: (dy) => page.levels.moveAxis(this.plot.share(dy) - this.plot.share(0)),
     });
     this.buttons = TRACES.map((name) => this.#button(name));
-    byId('tracebuttons').append(...this.buttons,
-      element('button', { title: 'Max, min and hold begin anew, for everyone (R)', onclick: () => page.resetHolds() }, 'Reset'));
+    byId('tracebuttons').append(
+      ...this.buttons,
+      element(
+        'button',
+        { title: 'Max, min and hold begin anew, for everyone (R)', onclick: () => page.resetHolds() },
+        'Reset',
+      ),
+    );
   }
 
-  get visible() { return this.page.url.values.traces; }
+  get visible() {
+    return this.page.url.values.traces;
+  }
 
   #button(name) {
     const swatch = element('i', { class: 'swatch' });
     swatch.style.background = `var(--${name})`;
     const click = (event) => (event.shiftKey && name === 'average' ? this.#moreAverage() : this.toggle(name));
-    return element('button', { title: EXPLAINED[name], onclick: click }, swatch, element('span', {}, name === 'average' ? 'avg' : name));
+    return element(
+      'button',
+      { title: EXPLAINED[name], onclick: click },
+      swatch,
+      element('span', {}, name === 'average' ? 'avg' : name),
+    );
   }
 
   #moreAverage() {
@@ -63,7 +86,9 @@ export class Spectrum {
     this.page.painter.request(this);
   }
 
-  gridChanged(isAnother) { if (isAnother) this.#gridChanged = `new grid ${utc(Date.now())}, holds began anew`; }
+  gridChanged(isAnother) {
+    if (isAnother) this.#gridChanged = `new grid ${utc(Date.now())}, holds began anew`;
+  }
 
   draw() {
     const { session, levels } = this.page;
@@ -72,8 +97,18 @@ export class Spectrum {
     if (!frame || this.panel.hidden) return;
     levels.follow(frame);
     const live = session.shownLevels(stream);
-    this.plot.draw(stream.grid, TRACES.map((name) =>
-      (this.visible.includes(name) ? (name === 'live' ? live : stream.name === 'panorama' ? frame[name] : null) : null)));
+    this.plot.draw(
+      stream.grid,
+      TRACES.map((name) =>
+        this.visible.includes(name)
+          ? name === 'live'
+            ? live
+            : stream.name === 'panorama'
+              ? frame[name]
+              : null
+          : null,
+      ),
+    );
     this.#writeTexts(stream, frame, live);
   }
 
@@ -82,12 +117,18 @@ export class Spectrum {
     TRACES.forEach((name, i) => {
       this.buttons[i].setAttribute('aria-pressed', this.visible.includes(name));
       this.buttons[i].hidden = name !== 'live' && stream.name !== 'panorama';
-      if (name === 'average' && frame.averageCount > 0) setText(this.buttons[i].lastChild, `avg ${frame.averageCount}`);
+      if (name === 'average' && frame.averageCount > 0)
+        setText(this.buttons[i].lastChild, `avg ${frame.averageCount}`);
     });
     this.#writeDrawn(stream, frame);
     setText(byId('markers'), this.#markerText(stream, live));
     const { hz } = page.cursor;
-    setText(byId('reading'), hz === null ? '' : `${frequency(hz, stream.grid.step / 10)}  ${levels(page, live, stream.grid.indexOf(hz))}`);
+    setText(
+      byId('reading'),
+      hz === null
+        ? ''
+        : `${frequency(hz, stream.grid.step / 10)}  ${levels(page, live, stream.grid.indexOf(hz))}`,
+    );
   }
 
   /// How the drawing came about: what a pixel stands for, and since when the holds hold.
@@ -95,16 +136,20 @@ export class Spectrum {
     const most = this.plot.channelsPerColumn;
     const heldMs = (frame.timeMs || frame.receivedMs) - frame.holdSinceMs;
     const parts = [most > 1 ? `highest of ${most} drawn` : 'every channel drawn'];
-    if (name === 'panorama' && frame.holdSinceMs > 0 && heldMs > 0) parts.push(`max of ${duration(heldMs / 1000)}`);
+    if (name === 'panorama' && frame.holdSinceMs > 0 && heldMs > 0)
+      parts.push(`max of ${duration(heldMs / 1000)}`);
     if (this.#gridChanged) parts.push(this.#gridChanged);
     const text = parts.join(' · ');
     setText(byId('drawn'), text);
-    byId('drawn').title = `${text}. A pixel shows the highest of its channels (of min: the lowest), never a sample. Max, min and hold begin anew with R and with a new grid.`;
+    byId('drawn').title =
+      `${text}. A pixel shows the highest of its channels (of min: the lowest), never a sample. Max, min and hold begin anew with R and with a new grid.`;
   }
 
   // Markers: in the address as frequencies; with `delta` the second one moves and the first is its reference.
 
-  get markers() { return this.page.url.values.markers; }
+  get markers() {
+    return this.page.url.values.markers;
+  }
 
   placeMarker(hz) {
     const { session, url } = this.page;
@@ -122,12 +167,20 @@ export class Spectrum {
     const { grid, shown, view } = stream;
     if (!shown) return;
     // The average stands stiller than the latest trace: the order of peaks does not jump from press to press.
-    const levels = (stream.name === 'panorama' && (shown.average ?? shown.max)) || this.page.session.shownLevels(stream);
+    const levels =
+      (stream.name === 'panorama' && (shown.average ?? shown.max)) || this.page.session.shownLevels(stream);
     const at = this.markers.at(-1);
     const channels = (hz) => Math.max(0, Math.min(grid.n, grid.indexOf(hz)));
     const from = view.isFull ? 0 : channels(view.from);
     const to = view.isFull ? grid.n : channels(view.to) + 1 || grid.n;
-    const peak = nextPeak(levels, NO_VALUE, from, to, at === undefined ? -1 : grid.indexOf(at), PROMINENCE_DB / shown.scale);
+    const peak = nextPeak(
+      levels,
+      NO_VALUE,
+      from,
+      to,
+      at === undefined ? -1 : grid.indexOf(at),
+      PROMINENCE_DB / shown.scale,
+    );
     if (peak >= 0) this.placeMarker(grid.positionOf(peak));
   }
 
@@ -152,7 +205,8 @@ export class Spectrum {
     const text = `M1 ${frequency(first, grid.step)} ${this.page.levels.text(rawOf(first))}`;
     if (second === undefined) return this.page.url.values.delta ? `${text}   Δ: click for M2` : text;
     const [a, b] = [rawOf(first), rawOf(second)];
-    const db = [a, b].some((raw) => raw === undefined || raw === NO_VALUE) ? 'no value'
+    const db = [a, b].some((raw) => raw === undefined || raw === NO_VALUE)
+      ? 'no value'
       : `${((b - a) * this.page.levels.scale).toFixed(1)} dB`;
     return `${text}   M2−M1 ${second < first ? '−' : '+'}${frequency(Math.abs(second - first), grid.step)} / ${db.replace('-', '−')}`;
   }
@@ -187,7 +241,8 @@ export class Spectrum {
   #drawRanges(u) {
     const { ranges, theme, session } = this.page;
     for (const kind of ['blanking', 'suppress'])
-      for (const range of ranges.lists[kind]) this.#drawBand(u, range, kind === 'blanking' ? 'blanked' : 'suppressed', theme);
+      for (const range of ranges.lists[kind])
+        this.#drawBand(u, range, kind === 'blanking' ? 'blanked' : 'suppressed', theme);
     if (session.main.name === 'df') this.#drawJobEdges(u, session.main.grid, theme);
   }
 
@@ -203,7 +258,12 @@ export class Spectrum {
       ctx.font = `${10 * devicePixelRatio}px system-ui, sans-serif`;
       ctx.fillStyle = theme.colours.muted;
       ctx.textBaseline = 'bottom';
-      ctx.fillText(range.name ? `${word}: ${range.name}` : word, left + 4 * devicePixelRatio, bbox.top + bbox.height - 3 * devicePixelRatio, width);
+      ctx.fillText(
+        range.name ? `${word}: ${range.name}` : word,
+        left + 4 * devicePixelRatio,
+        bbox.top + bbox.height - 3 * devicePixelRatio,
+        width,
+      );
     }
     ctx.restore();
   }

@@ -11,13 +11,22 @@ export function stateOf(connection, status, ageSeconds, paused) {
   if (connection.state === 'closed') return ['page disconnected', 'bad'];
   if (connection.state === 'connecting' || !status) return ['connecting', 'warn'];
   switch (status.state) {
-    case 'live': return ageSeconds > LATE_S ? [`no data for ${duration(ageSeconds)}`, 'warn'] : [paused ? 'live, display paused' : 'live', paused ? 'warn' : 'good'];
-    case 'silent': return [`no data for ${duration(ageSeconds)}`, 'warn'];
-    case 'waiting': return ['connected, silent', 'warn'];
-    case 'replay': return ['replay', 'good'];
-    case 'paused': return ['replay paused', 'warn'];
-    case 'ended': return ['replay ended', 'warn'];
-    default: return [status.state, 'warn'];
+    case 'live':
+      return ageSeconds > LATE_S
+        ? [`no data for ${duration(ageSeconds)}`, 'warn']
+        : [paused ? 'live, display paused' : 'live', paused ? 'warn' : 'good'];
+    case 'silent':
+      return [`no data for ${duration(ageSeconds)}`, 'warn'];
+    case 'waiting':
+      return ['connected, silent', 'warn'];
+    case 'replay':
+      return ['replay', 'good'];
+    case 'paused':
+      return ['replay paused', 'warn'];
+    case 'ended':
+      return ['replay ended', 'warn'];
+    default:
+      return [status.state, 'warn'];
   }
 }
 
@@ -37,7 +46,10 @@ export class StatusLine {
     byId('source').title = status.stateText;
     setText(byId('centre'), shortFrequency(status.centreHz || NaN));
     setText(byId('span'), shortFrequency(status.spanHz || NaN));
-    setText(byId('channels'), status.channels ? `${count(status.channels)} × ${shortFrequency(status.stepHz)}` : '–');
+    setText(
+      byId('channels'),
+      status.channels ? `${count(status.channels)} × ${shortFrequency(status.stepHz)}` : '–',
+    );
     setText(byId('traces'), status.tracesPerSecond.toFixed(1));
     this.tick();
   }
@@ -46,7 +58,8 @@ export class StatusLine {
   get ageSeconds() {
     const { session } = this.page;
     const now = performance.now();
-    if (session.lastFrameAt > 0 && !(this.status?.state === 'waiting')) return (now - session.lastFrameAt) / 1000;
+    if (session.lastFrameAt > 0 && !(this.status?.state === 'waiting'))
+      return (now - session.lastFrameAt) / 1000;
     return this.status && this.status.ageMs >= 0 ? (this.status.ageMs + now - this.#statusAt) / 1000 : NaN;
   }
 
@@ -68,9 +81,10 @@ export class StatusLine {
   #notice() {
     const { connection } = this.page;
     const notice = byId('notice');
-    const text = connection.state === 'closed'
-      ? `This page has lost the program: what you see is old. Trying again in ${connection.secondsToRetry} s. Is "vk410" still running?`
-      : this.page.complaint || (this.status?.advice ?? '');
+    const text =
+      connection.state === 'closed'
+        ? `This page has lost the program: what you see is old. Trying again in ${connection.secondsToRetry} s. Is "vk410" still running?`
+        : this.page.complaint || (this.status?.advice ?? '');
     setText(notice, text);
     notice.hidden = text === '' || !(this.page.hasData || this.page.complaint);
     setText(byId('advice'), text || this.status?.stateText || 'Connecting to the program.');

@@ -1,8 +1,12 @@
 // SPDX-License-Identifier: MIT
-// "Use this stream": clients to copy, fetched when somebody looks, so that they do not weigh on the first paint.
+// "Use this stream": clients to copy, fetched when somebody looks, so that they do not weigh on the first
+// paint.
 import { byId, element, setText } from './dom.mjs';
 
-const CLIENTS = [['JavaScript', 'clients/stream.js'], ['Python', 'clients/stream.py']];
+const CLIENTS = [
+  ['JavaScript', 'clients/stream.js'],
+  ['Python', 'clients/stream.py'],
+];
 
 export class StreamBox {
   #texts = new Map();

@@ -1,7 +1,21 @@
 // SPDX-License-Identifier: MIT
 // Dark or light: the system's wish, or the user's. Canvases read their colours here, the rest from page.css.
 
-const NAMES = ['text', 'muted', 'grid', 'panel', 'live', 'max', 'min', 'average', 'hold', 'accent', 'bad', 'warn', 'band'];
+const NAMES = [
+  'text',
+  'muted',
+  'grid',
+  'panel',
+  'live',
+  'max',
+  'min',
+  'average',
+  'hold',
+  'accent',
+  'bad',
+  'warn',
+  'band',
+];
 
 export class Theme {
   #listeners = new Set();
@@ -14,9 +28,13 @@ export class Theme {
     this.#apply();
   }
 
-  onChange(listener) { this.#listeners.add(listener); }
+  onChange(listener) {
+    this.#listeners.add(listener);
+  }
 
-  get name() { return this.url.values.theme || (this.#system.matches ? 'light' : 'dark'); }
+  get name() {
+    return this.url.values.theme || (this.#system.matches ? 'light' : 'dark');
+  }
 
   toggle() {
     this.url.set('theme', this.name === 'dark' ? 'light' : 'dark');

@@ -3,7 +3,16 @@
 import { byId, element, fitCanvas, setText } from './dom.mjs';
 import { msOfNs, position, utc } from './format.mjs';
 
-const SPEEDS = [[0.1, '× 0.1'], [0.5, '× 0.5'], [1, '× 1'], [2, '× 2'], [4, '× 4'], [10, '× 10'], [100, '× 100'], [0, 'fastest']];
+const SPEEDS = [
+  [0.1, '× 0.1'],
+  [0.5, '× 0.5'],
+  [1, '× 1'],
+  [2, '× 2'],
+  [4, '× 4'],
+  [10, '× 10'],
+  [100, '× 100'],
+  [0, 'fastest'],
+];
 const KEY_SECONDS = { ArrowLeft: -1, ArrowRight: 1, PageDown: -10, PageUp: 10 };
 
 export class TimeBar {
@@ -15,20 +24,41 @@ export class TimeBar {
     this.page = page;
     this.canvas = byId('times');
     byId('speed').append(...SPEEDS.map(([speed, text]) => element('option', { value: speed }, text)));
-    byId('speed').addEventListener('change', (event) => this.#send({ action: 'speed', speed: Number(event.target.value) }));
+    byId('speed').addEventListener('change', (event) =>
+      this.#send({ action: 'speed', speed: Number(event.target.value) }),
+    );
     byId('play').addEventListener('click', () => this.toggle());
     byId('step').addEventListener('click', () => this.step());
-    this.canvas.addEventListener('pointerdown', (event) => { this.#isDragging = true; this.canvas.setPointerCapture(event.pointerId); this.#seekTo(event); });
-    this.canvas.addEventListener('pointermove', (event) => { if (this.#isDragging) this.#showAt(event); });
-    this.canvas.addEventListener('pointerup', (event) => { if (this.#isDragging) this.#seekTo(event); this.#isDragging = false; });
-    this.canvas.addEventListener('keydown', (event) => { if (KEY_SECONDS[event.key]) this.#seek(this.#seconds + KEY_SECONDS[event.key]); });
+    this.canvas.addEventListener('pointerdown', (event) => {
+      this.#isDragging = true;
+      this.canvas.setPointerCapture(event.pointerId);
+      this.#seekTo(event);
+    });
+    this.canvas.addEventListener('pointermove', (event) => {
+      if (this.#isDragging) this.#showAt(event);
+    });
+    this.canvas.addEventListener('pointerup', (event) => {
+      if (this.#isDragging) this.#seekTo(event);
+      this.#isDragging = false;
+    });
+    this.canvas.addEventListener('keydown', (event) => {
+      if (KEY_SECONDS[event.key]) this.#seek(this.#seconds + KEY_SECONDS[event.key]);
+    });
     page.theme.onChange(() => page.painter.request(this));
-    setInterval(() => { if (this.isShown && !this.#isDragging) page.painter.request(this); }, 100);
+    setInterval(() => {
+      if (this.isShown && !this.#isDragging) page.painter.request(this);
+    }, 100);
   }
 
-  get isShown() { return this.#playback !== null; }
-  get isPaused() { return this.#playback?.paused ?? false; }
-  get #duration() { return this.#playback.durationSeconds ?? 0; } // not known until the file was read once
+  get isShown() {
+    return this.#playback !== null;
+  }
+  get isPaused() {
+    return this.#playback?.paused ?? false;
+  }
+  get #duration() {
+    return this.#playback.durationSeconds ?? 0;
+  } // not known until the file was read once
 
   follow(playback) {
     this.#playback = playback;
@@ -40,14 +70,20 @@ export class TimeBar {
     this.page.painter.request(this);
   }
 
-  toggle() { this.#send({ action: this.#playback.paused || this.#playback.ended ? 'play' : 'pause' }); }
-  step() { this.#send({ action: 'step' }); }
-  #send(action) { this.page.send({ command: 'playback', ...action }); }
+  toggle() {
+    this.#send({ action: this.#playback.paused || this.#playback.ended ? 'play' : 'pause' });
+  }
+  step() {
+    this.#send({ action: 'step' });
+  }
+  #send(action) {
+    this.page.send({ command: 'playback', ...action });
+  }
 
   /// The server tells the position once a second; between, it runs on.
   get #seconds() {
     const { paused, ended, speed, positionSeconds } = this.#playback;
-    const passed = paused || ended ? 0 : (performance.now() - this.#at) / 1000 * speed;
+    const passed = paused || ended ? 0 : ((performance.now() - this.#at) / 1000) * speed;
     return Math.min(this.#duration || Infinity, positionSeconds + Math.min(passed, 2 * speed));
   }
 
@@ -56,7 +92,9 @@ export class TimeBar {
     return share * this.#duration;
   }
 
-  #seekTo(event) { this.#seek(this.#secondsAt(event)); }
+  #seekTo(event) {
+    this.#seek(this.#secondsAt(event));
+  }
 
   #seek(seconds) {
     if (this.#duration === 0) return;
@@ -67,7 +105,9 @@ export class TimeBar {
     this.page.painter.request(this);
   }
 
-  #showAt(event) { this.#paint(this.#secondsAt(event)); }
+  #showAt(event) {
+    this.#paint(this.#secondsAt(event));
+  }
 
   draw() {
     if (this.isShown) this.#paint(this.#seconds);
@@ -80,7 +120,7 @@ export class TimeBar {
     const { colours } = this.page.theme;
     const ctx = this.canvas.getContext('2d');
     const { width, height } = this.canvas;
-    const x = (s) => Math.round(s / Math.max(durationSeconds, 1e-9) * (width - 2));
+    const x = (s) => Math.round((s / Math.max(durationSeconds, 1e-9)) * (width - 2));
     const middle = height / 2;
     const thick = 4 * devicePixelRatio;
     ctx.clearRect(0, 0, width, height);
@@ -92,10 +132,19 @@ export class TimeBar {
     for (const [at] of losses) ctx.fillRect(x(at), middle - 2 * thick, 2, 4 * thick);
     ctx.fillStyle = colours.text;
     ctx.beginPath();
-    ctx.arc(Math.max(thick * 1.5, Math.min(width - thick * 1.5, x(seconds))), middle, thick * 1.5, 0, 2 * Math.PI);
+    ctx.arc(
+      Math.max(thick * 1.5, Math.min(width - thick * 1.5, x(seconds))),
+      middle,
+      thick * 1.5,
+      0,
+      2 * Math.PI,
+    );
     ctx.fill();
     this.canvas.setAttribute('aria-valuenow', seconds.toFixed(1));
     this.canvas.setAttribute('aria-valuemax', durationSeconds.toFixed(1));
-    setText(byId('position'), `${position(seconds)} / ${durationSeconds > 0 ? position(durationSeconds) : '–'}  ${startNs ? utc(msOfNs(startNs) + seconds * 1000) : ''}`);
+    setText(
+      byId('position'),
+      `${position(seconds)} / ${durationSeconds > 0 ? position(durationSeconds) : '–'}  ${startNs ? utc(msOfNs(startNs) + seconds * 1000) : ''}`,
+    );
   }
 }

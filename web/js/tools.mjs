@@ -9,14 +9,24 @@ export class Tools {
   constructor(page, tools) {
     this.page = page;
     for (const [name, title, onOpen] of tools) {
-      const button = element('button', { 'aria-expanded': false, 'aria-controls': `tool-${name}`, onclick: () => this.open(this.opened === name ? '' : name) }, title);
+      const button = element(
+        'button',
+        {
+          'aria-expanded': false,
+          'aria-controls': `tool-${name}`,
+          onclick: () => this.open(this.opened === name ? '' : name),
+        },
+        title,
+      );
       this.#buttons.set(name, { button, onOpen });
       byId('tools').append(button);
     }
     this.#show(page.url.values.tool);
   }
 
-  get opened() { return this.page.url.values.tool; }
+  get opened() {
+    return this.page.url.values.tool;
+  }
 
   open(name) {
     this.page.url.set('tool', name);

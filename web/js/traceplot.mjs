@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Traces over an axis, drawn with uPlot: one value per column of pixels, raw levels until the labels are written.
+// Traces over an axis, drawn with uPlot: one value per column of pixels, raw levels until the labels are
+// written.
 import { element } from './dom.mjs';
 import { NO_VALUE } from './frame.mjs';
 import { GUTTER, MARGIN } from './gestures.mjs';
@@ -16,8 +17,9 @@ export class TracePlot {
   #mapped = '';
   #data;
 
-  /// `plot`: names (of the traces), theme, view(), level() -> [lowest, highest] in raw, label(position, step), levelLabel(raw),
-  /// unit(), and optionally below(u), above(u), which draw behind and in front of the traces.
+  /// `plot`: names (of the traces), theme, view(), level() -> [lowest, highest] in raw, label(position,
+  /// step), levelLabel(raw), unit(), and optionally below(u), above(u), which draw behind and in front of the
+  /// traces.
   constructor(host, plot) {
     this.host = host;
     this.plot = plot;
@@ -27,14 +29,28 @@ export class TracePlot {
     new ResizeObserver(() => this.#resize()).observe(host);
   }
 
-  get canvas() { return this.#plot.ctx.canvas; }
-  get box() { return this.#plot.bbox; } // device pixels
-  get columns() { return this.#lo.length; }
-  get channelsPerColumn() { return this.#hi.reduce((most, hi, c) => Math.max(most, hi - this.#lo[c]), 0); }
+  get canvas() {
+    return this.#plot.ctx.canvas;
+  }
+  get box() {
+    return this.#plot.bbox;
+  } // device pixels
+  get columns() {
+    return this.#lo.length;
+  }
+  get channelsPerColumn() {
+    return this.#hi.reduce((most, hi, c) => Math.max(most, hi - this.#lo[c]), 0);
+  }
   /// Share of the level axis, from its top, at a height in CSS pixels of the host.
-  share(y) { return (y * devicePixelRatio - this.box.top) / this.box.height; }
-  x(position) { return this.#plot.valToPos(position, 'x', true); }
-  y(raw) { return this.#plot.valToPos(raw, 'y', true); }
+  share(y) {
+    return (y * devicePixelRatio - this.box.top) / this.box.height;
+  }
+  x(position) {
+    return this.#plot.valToPos(position, 'x', true);
+  }
+  y(raw) {
+    return this.#plot.valToPos(raw, 'y', true);
+  }
 
   /// `traces`: for each name an array of raw levels, or null: not shown.
   draw(grid, traces) {
@@ -78,28 +94,65 @@ export class TracePlot {
   #options() {
     const { plot } = this;
     const colours = plot.theme.colours;
-    const axis = { stroke: () => colours.muted, font: FONT, ticks: { show: false }, grid: { stroke: () => colours.grid, width: 1 } };
+    const axis = {
+      stroke: () => colours.muted,
+      font: FONT,
+      ticks: { show: false },
+      grid: { stroke: () => colours.grid, width: 1 },
+    };
     return {
-      width: 300, height: 120, pxAlign: 0, padding: [8, MARGIN, 0, 0], legend: { show: false },
-      cursor: { show: false }, select: { show: false },
-      scales: { x: { time: false, range: () => [plot.view().from, plot.view().to] }, y: { range: () => plot.level() } },
-      series: [{}, ...plot.names.map((name) => ({
-        stroke: () => colours[name], width: name === 'live' ? 1.25 : 1, points: { show: false }, spanGaps: false,
-      }))],
-      axes: [
-        { ...axis, size: X_AXIS, gap: 3,
-          splits: (u) => this.#placesOfLabels(u),
-          values: (u, at) => at.map((position) => plot.label(position, at.length > 1 ? at[1] - at[0] : 1)) },
-        { ...axis, size: GUTTER, gap: 6, splits: () => plot.levelTicks(), values: (u, at) => at.map(plot.levelLabel) },
+      width: 300,
+      height: 120,
+      pxAlign: 0,
+      padding: [8, MARGIN, 0, 0],
+      legend: { show: false },
+      cursor: { show: false },
+      select: { show: false },
+      scales: {
+        x: { time: false, range: () => [plot.view().from, plot.view().to] },
+        y: { range: () => plot.level() },
+      },
+      series: [
+        {},
+        ...plot.names.map((name) => ({
+          stroke: () => colours[name],
+          width: name === 'live' ? 1.25 : 1,
+          points: { show: false },
+          spanGaps: false,
+        })),
       ],
-      hooks: { drawClear: [(u) => plot.below?.(u)], draw: [(u) => { this.#drawUnit(u); plot.above?.(u); }] },
+      axes: [
+        {
+          ...axis,
+          size: X_AXIS,
+          gap: 3,
+          splits: (u) => this.#placesOfLabels(u),
+          values: (u, at) => at.map((position) => plot.label(position, at.length > 1 ? at[1] - at[0] : 1)),
+        },
+        {
+          ...axis,
+          size: GUTTER,
+          gap: 6,
+          splits: () => plot.levelTicks(),
+          values: (u, at) => at.map(plot.levelLabel),
+        },
+      ],
+      hooks: {
+        drawClear: [(u) => plot.below?.(u)],
+        draw: [
+          (u) => {
+            this.#drawUnit(u);
+            plot.above?.(u);
+          },
+        ],
+      },
     };
   }
 
   /// Labels stand in the middle of their ticks: at the edges there is no room for them.
   #placesOfLabels({ width }) {
     const { from, to } = this.plot.view();
-    const margin = (to - from) * 18 / width;
+    const margin = ((to - from) * 18) / width;
     return ticks(from, to, width / 120).at.filter((position) => position < to - margin);
   }
 

@@ -34,8 +34,12 @@ function number(text) {
   const value = text === '' ? NaN : Number(text);
   return Number.isFinite(value) ? value : undefined;
 }
-function names(text) { return text.split('.').filter((name) => /^[a-z]+$/.test(name)); }
-function flag(text) { return text === '1'; }
+function names(text) {
+  return text.split('.').filter((name) => /^[a-z]+$/.test(name));
+}
+function flag(text) {
+  return text === '1';
+}
 
 /// State of an address's query. What is not understood has its default: a bad link still shows a page.
 export function parseState(query) {

@@ -44,11 +44,16 @@ export class Values {
 
   #hideUnlessWanted(row) {
     const wanted = this.filter.value.toLowerCase();
-    row.hidden = wanted !== '' && !`${row.cells[0].textContent} ${row.cells[1].textContent}`.toLowerCase().includes(wanted);
+    row.hidden =
+      wanted !== '' &&
+      !`${row.cells[0].textContent} ${row.cells[1].textContent}`.toLowerCase().includes(wanted);
   }
 
   #count() {
     const shown = [...this.#rows.values()].filter((row) => !row.hidden).length;
-    setText(byId('valuecount'), shown === this.#rows.size ? `${shown} values` : `${shown} of ${this.#rows.size} values`);
+    setText(
+      byId('valuecount'),
+      shown === this.#rows.size ? `${shown} values` : `${shown} of ${this.#rows.size} values`,
+    );
   }
 }

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Rows of a history as a picture, newest at the top: levels, or bearings. Rows are painted once and then only moved.
+// Rows of a history as a picture, newest at the top: levels, or bearings. Rows are painted once and then only
+// moved.
 import { fitCanvas } from './dom.mjs';
 import { frequency, ticks, utc } from './format.mjs';
 import { GUTTER, Gestures, MARGIN } from './gestures.mjs';
@@ -19,8 +20,8 @@ export class Waterfall {
   #image = null;
   #pixels = null;
 
-  /// `picture`: stream(), view(), hasAxis(), painter(history) -> paintRow(slot, lo, hi, pixels), key() which changes when
-  /// painted rows are no longer right, read(hz, slot) -> text, readout (element).
+  /// `picture`: stream(), view(), hasAxis(), painter(history) -> paintRow(slot, lo, hi, pixels), key() which
+  /// changes when painted rows are no longer right, read(hz, slot) -> text, readout (element).
   constructor(page, host, picture) {
     this.page = page;
     this.host = host;
@@ -37,13 +38,24 @@ export class Waterfall {
     });
   }
 
-  get #ratio() { return devicePixelRatio || 1; }
-  get #axis() { return this.picture.hasAxis() ? AXIS : 0; }
-  get #visibleRows() { return Math.max(1, Math.floor(this.host.clientHeight - this.#axis)); }
-  get #top() { const { history } = this.picture.stream(); return Math.min(history.newest, history.slotOf(this.page.session.shownMs)); }
+  get #ratio() {
+    return devicePixelRatio || 1;
+  }
+  get #axis() {
+    return this.picture.hasAxis() ? AXIS : 0;
+  }
+  get #visibleRows() {
+    return Math.max(1, Math.floor(this.host.clientHeight - this.#axis));
+  }
+  get #top() {
+    const { history } = this.picture.stream();
+    return Math.min(history.newest, history.slotOf(this.page.session.shownMs));
+  }
 
   /// The row under a place of the picture.
-  slotAt(y) { return this.#top - Math.floor(y); }
+  slotAt(y) {
+    return this.#top - Math.floor(y);
+  }
 
   draw() {
     const { history } = this.picture.stream();
@@ -59,7 +71,10 @@ export class Waterfall {
 
   #paintNewRows(history) {
     const height = this.#visibleRows;
-    const width = Math.max(1, Math.round((this.host.clientWidth - GUTTER - MARGIN) * Math.min(2, this.#ratio)));
+    const width = Math.max(
+      1,
+      Math.round((this.host.clientWidth - GUTTER - MARGIN) * Math.min(2, this.#ratio)),
+    );
     const view = this.picture.view();
     const key = `${width} ${height} ${view.from} ${view.to} ${history.generation} ${history.rowMs} ${this.picture.key()}`;
     const top = this.#top;
@@ -74,7 +89,8 @@ export class Waterfall {
   }
 
   #begin(width, height, view, history) {
-    if (this.#rows.width !== width || this.#rows.height !== height) Object.assign(this.#rows, { width, height });
+    if (this.#rows.width !== width || this.#rows.height !== height)
+      Object.assign(this.#rows, { width, height });
     if (this.#lo.length !== width) {
       [this.#lo, this.#hi] = [new Int32Array(width), new Int32Array(width)];
       this.#image = new ImageData(width, 1);
@@ -98,7 +114,8 @@ export class Waterfall {
     this.ring.putImageData(this.#image, 0, y);
   }
 
-  /// The ring holds ascending rows; on the screen the newest is at the top, so each part is drawn upside down.
+  /// The ring holds ascending rows; on the screen the newest is at the top, so each part is drawn upside
+  /// down.
   #compose() {
     const { ctx } = this;
     const { top, height } = this.#painted;
@@ -113,12 +130,23 @@ export class Waterfall {
     ctx.drawImage(this.#rows, 0, 0, this.#rows.width, split + 1, 0, 0, width, split + 1);
     if (split + 1 < height) {
       ctx.setTransform(1, 0, 0, -ratio, GUTTER * ratio, height * ratio);
-      ctx.drawImage(this.#rows, 0, split + 1, this.#rows.width, height - split - 1, 0, 0, width, height - split - 1);
+      ctx.drawImage(
+        this.#rows,
+        0,
+        split + 1,
+        this.#rows.width,
+        height - split - 1,
+        0,
+        0,
+        width,
+        height - split - 1,
+      );
     }
     ctx.setTransform(ratio, 0, 0, ratio, 0, 0);
   }
 
-  /// Rows without data because it was lost are hatched; rows that lost a part of their traces get a mark at the edge.
+  /// Rows without data because it was lost are hatched; rows that lost a part of their traces get a mark at
+  /// the edge.
   #drawLoss(history) {
     const { top, height } = this.#painted;
     const width = this.host.clientWidth;
@@ -127,14 +155,24 @@ export class Waterfall {
       if (history.lostIn(top - y) === 0) continue;
       let rows = 1;
       const isHole = !history.has(top - y);
-      while (y + rows < height && history.lostIn(top - y - rows) > 0 && !history.has(top - y - rows) === isHole) ++rows;
+      while (
+        y + rows < height &&
+        history.lostIn(top - y - rows) > 0 &&
+        !history.has(top - y - rows) === isHole
+      )
+        ++rows;
       this.ctx.fillStyle = bad;
       this.ctx.fillRect(width - MARGIN + 2, y, 5, rows);
       if (isHole) {
         this.ctx.save();
         this.ctx.setTransform(1, 0, 0, 1, 0, 0);
         this.ctx.fillStyle = hatchOf(this.ctx, 'lost', '#f0706c');
-        this.ctx.fillRect(GUTTER * this.#ratio, y * this.#ratio, (width - GUTTER - MARGIN) * this.#ratio, rows * this.#ratio);
+        this.ctx.fillRect(
+          GUTTER * this.#ratio,
+          y * this.#ratio,
+          (width - GUTTER - MARGIN) * this.#ratio,
+          rows * this.#ratio,
+        );
         this.ctx.restore();
       }
       y += rows - 1;
@@ -144,7 +182,8 @@ export class Waterfall {
   #drawTimes(history) {
     const { ctx } = this;
     const { top, height } = this.#painted;
-    const stepMs = 1000 * (TIME_STEPS.find((s) => s * 1000 / history.rowMs >= LABEL_DISTANCE) ?? TIME_STEPS.at(-1));
+    const stepMs =
+      1000 * (TIME_STEPS.find((s) => (s * 1000) / history.rowMs >= LABEL_DISTANCE) ?? TIME_STEPS.at(-1));
     ctx.font = '11px system-ui, sans-serif';
     ctx.textAlign = 'right';
     ctx.textBaseline = 'middle';
@@ -166,7 +205,11 @@ export class Waterfall {
     ctx.fillStyle = this.page.theme.colours.muted;
     ctx.textAlign = 'center';
     for (const hz of at)
-      ctx.fillText(frequency(hz, step), GUTTER + (hz - view.from) / (view.to - view.from) * width, this.host.clientHeight - AXIS / 2);
+      ctx.fillText(
+        frequency(hz, step),
+        GUTTER + ((hz - view.from) / (view.to - view.from)) * width,
+        this.host.clientHeight - AXIS / 2,
+      );
   }
 
   #drawCursor() {

@@ -11,7 +11,8 @@ const NAMES = ['live', 'max', 'min', 'average', 'hold'];
 
 /// A time on the axis, in the unit that its ticks need.
 export function timeText(seconds, step) {
-  const [factor, unit] = step < 1e-3 * 0.999 && Math.abs(seconds) < 1e-3 ? [1e6, 'µs'] : step < 0.999 ? [1e3, 'ms'] : [1, 's'];
+  const [factor, unit] =
+    step < 1e-3 * 0.999 && Math.abs(seconds) < 1e-3 ? [1e6, 'µs'] : step < 0.999 ? [1e3, 'ms'] : [1, 's'];
   return `${+(seconds * factor).toFixed(3)} ${unit}`;
 }
 
@@ -26,10 +27,15 @@ export class ZeroSpan {
     const host = this.panel.querySelector('.plot');
     const scale = () => this.stream.shown?.scale || 0.1;
     this.plot = new TracePlot(host, {
-      names: NAMES, theme: page.theme, view: () => this.stream.view, level: () => this.#limits.map((x) => x / scale()),
+      names: NAMES,
+      theme: page.theme,
+      view: () => this.stream.view,
+      level: () => this.#limits.map((x) => x / scale()),
       levelTicks: () => levelTicks(...this.#limits, host.clientHeight).map((x) => x / scale()),
-      levelLabel: (raw) => `${+(raw * scale()).toPrecision(4)}`, unit: () => unitText(this.stream.shown?.unit ?? ''),
-      label: timeText, onResize: () => page.painter.request(this),
+      levelLabel: (raw) => `${+(raw * scale()).toPrecision(4)}`,
+      unit: () => unitText(this.stream.shown?.unit ?? ''),
+      label: timeText,
+      onResize: () => page.painter.request(this),
     });
     new Gestures(host, { view: () => this.stream.view, onHover: (seconds) => this.#hover(seconds) });
   }
@@ -37,9 +43,13 @@ export class ZeroSpan {
   #hover(seconds) {
     this.plot.showCursor(seconds);
     const { grid, shown } = this.stream;
-    const raw = seconds === null || !shown ? null : shown.live[grid.indexOf(seconds)] ?? NO_VALUE;
-    setText(this.panel.querySelector('.readout'), raw === null ? ''
-      : `${timeText(seconds, grid.step)}  ${raw === NO_VALUE ? 'no value' : `${+(raw * shown.scale).toPrecision(4)} ${unitText(shown.unit)}`}`);
+    const raw = seconds === null || !shown ? null : (shown.live[grid.indexOf(seconds)] ?? NO_VALUE);
+    setText(
+      this.panel.querySelector('.readout'),
+      raw === null
+        ? ''
+        : `${timeText(seconds, grid.step)}  ${raw === NO_VALUE ? 'no value' : `${+(raw * shown.scale).toPrecision(4)} ${unitText(shown.unit)}`}`,
+    );
   }
 
   draw() {
@@ -47,7 +57,10 @@ export class ZeroSpan {
     if (!shown || this.panel.hidden) return;
     this.#follow(shown);
     const { traces } = this.page.url.values;
-    this.plot.draw(grid, NAMES.map((name) => (traces.includes(name) ? shown[name] : null)));
+    this.plot.draw(
+      grid,
+      NAMES.map((name) => (traces.includes(name) ? shown[name] : null)),
+    );
   }
 
   /// Limits around what came, deep fades of noise left out; they never shrink while one looks.
@@ -58,8 +71,13 @@ export class ZeroSpan {
     if (lowest === null) return;
     const span = Math.max(1, highest - lowest) * scale;
     const step = niceStep(span, 4);
-    const needed = [Math.floor((lowest * scale - span / 10) / step) * step, Math.ceil((highest * scale + span / 10) / step) * step];
-    this.#limits = this.known ? [Math.min(needed[0], this.#limits[0]), Math.max(needed[1], this.#limits[1])] : needed;
+    const needed = [
+      Math.floor((lowest * scale - span / 10) / step) * step,
+      Math.ceil((highest * scale + span / 10) / step) * step,
+    ];
+    this.#limits = this.known
+      ? [Math.min(needed[0], this.#limits[0]), Math.max(needed[1], this.#limits[1])]
+      : needed;
     this.known = true;
   }
 }

@@ -88,7 +88,8 @@ TEST(Documentation, PrintsWhatTheProgramPrints)
         const std::vector<Example> examples = examplesOf(document);
         EXPECT_GE(examples.size(), 3U);
         for (const Example& example : examples)
-            EXPECT_EQ(run("{ " + example.command + "; } 2>&1", samples).out, example.printed) << example.command;
+            EXPECT_EQ(run("{ " + example.command + "\n} 2>&1", samples).out, example.printed)
+                << example.command;
     }
 }
 

@@ -58,7 +58,10 @@ test('the page comes back by itself when the server has begun anew', async (t) =
   await waitForText(page, '#state', /^live$/);
   await waitForText(page, '#channels', /^801 /);
   assert.equal(await page.locator('#notice').isVisible(), false);
-  assert.deepEqual(page.complaints.filter((text) => !/ERR_CONNECTION_REFUSED|WebSocket connection/.test(text)), []);
+  assert.deepEqual(
+    page.complaints.filter((text) => !/ERR_CONNECTION_REFUSED|WebSocket connection/.test(text)),
+    [],
+  );
   await page.context().close();
 });
 

@@ -2,7 +2,18 @@
 // What the page draws of a band whose every level is known.
 import assert from 'node:assert/strict';
 import { after, before, test } from 'node:test';
-import { closeBrowser, closeQuietly, highestOf, openPage, pixelOf, placeOn, textOf, until, waitForQuery, waitForText } from '../support/browser.mjs';
+import {
+  closeBrowser,
+  closeQuietly,
+  highestOf,
+  openPage,
+  pixelOf,
+  placeOn,
+  textOf,
+  until,
+  waitForQuery,
+  waitForText,
+} from '../support/browser.mjs';
 import { StandIn } from '../support/server.mjs';
 
 const SPECTRUM = '#spectrum .plot canvas';
@@ -11,8 +22,13 @@ const LIVE = [92, 200, 220]; // --live of the dark theme
 const shareOf = (hz) => (hz - (95e6 - 3125)) / (10e6 + 6250);
 
 let server;
-before(async () => { server = await new StandIn().start(); });
-after(async () => { await closeBrowser(); await server.stop(); });
+before(async () => {
+  server = await new StandIn().start();
+});
+after(async () => {
+  await closeBrowser();
+  await server.stop();
+});
 
 async function openLive(query = '', options = {}) {
   const page = await openPage(server.address + query, options);
@@ -30,10 +46,13 @@ async function openWithLevels(query = 'level=-20_80&colours=0_60&traces=live') {
 
 test('the page is alive within two seconds, and its first paint within one', async () => {
   const times = [];
-  for (let i = 0; i < 3; ++i) { // of three, since a loaded machine may pause once
+  for (let i = 0; i < 3; ++i) {
+    // of three, since a loaded machine may pause once
     const page = await openLive();
-    const [alive, paint] = await page.evaluate(() =>
-      [performance.now(), performance.getEntriesByName('first-contentful-paint')[0]?.startTime ?? Infinity]);
+    const [alive, paint] = await page.evaluate(() => [
+      performance.now(),
+      performance.getEntriesByName('first-contentful-paint')[0]?.startTime ?? Infinity,
+    ]);
     times.push({ alive, paint });
     await closeQuietly(page);
   }
@@ -43,11 +62,13 @@ test('the page is alive within two seconds, and its first paint within one', asy
 
 test('carriers stand in the spectrum at their frequencies, in order of their levels', async () => {
   const page = await openWithLevels();
-  const [high, middle, low, floor] = await Promise.all([97e6, 100e6, 103.25e6, 98.3e6].map((hz) => highestOf(page, SPECTRUM, shareOf(hz), LIVE)));
+  const [high, middle, low, floor] = await Promise.all(
+    [97e6, 100e6, 103.25e6, 98.3e6].map((hz) => highestOf(page, SPECTRUM, shareOf(hz), LIVE)),
+  );
 
   assert.ok(high > 0 && high < middle && middle < low && low < floor, `${[high, middle, low, floor]}`);
   // 60, 45 and 30 dB on one axis of 100 dB: equal distances, to a few pixels.
-  assert.ok(Math.abs((middle - high) - (low - middle)) <= 3, `${[high, middle, low]}`);
+  assert.ok(Math.abs(middle - high - (low - middle)) <= 3, `${[high, middle, low]}`);
   await closeQuietly(page);
 });
 
@@ -75,11 +96,23 @@ test('the drawing says that it shows the highest of several channels, and every 
 test('the waterfall shows carriers in the colours of their levels', async () => {
   const page = await openWithLevels();
   const brightness = (rgb) => rgb[0] + rgb[1] + rgb[2];
-  await until(async () => brightness(await pixelOf(page, WATERFALL, shareOf(97e6), 10)) > 300, 'a row at ten pixels');
+  await until(
+    async () => brightness(await pixelOf(page, WATERFALL, shareOf(97e6), 10)) > 300,
+    'a row at ten pixels',
+  );
 
-  const [strong, weak, floor] = await Promise.all([97e6, 103.25e6, 98.3e6].map((hz) => pixelOf(page, WATERFALL, shareOf(hz), 10)));
-  assert.deepEqual(strong.map((x, i) => Math.abs(x - [253, 231, 37][i]) < 12), [true, true, true], `${strong}`); // the end of viridis
-  assert.ok(brightness(strong) > brightness(weak) && brightness(weak) > brightness(floor), `${[strong, weak, floor]}`);
+  const [strong, weak, floor] = await Promise.all(
+    [97e6, 103.25e6, 98.3e6].map((hz) => pixelOf(page, WATERFALL, shareOf(hz), 10)),
+  );
+  assert.deepEqual(
+    strong.map((x, i) => Math.abs(x - [253, 231, 37][i]) < 12),
+    [true, true, true],
+    `${strong}`,
+  ); // the end of viridis
+  assert.ok(
+    brightness(strong) > brightness(weak) && brightness(weak) > brightness(floor),
+    `${[strong, weak, floor]}`,
+  );
   await closeQuietly(page);
 });
 
@@ -91,7 +124,9 @@ test('rows whose traces were lost are hatched and stay a hole', async () => {
   await until(() => server.lose === 0, 'losses');
   await until(async () => (await rowsMarkedLost(page)) >= 40, 'marks of the loss');
 
-  const rows = await Promise.all([...Array(28).keys()].map((i) => pixelOf(page, WATERFALL, shareOf(97e6), 2 + i * 4)));
+  const rows = await Promise.all(
+    [...Array(28).keys()].map((i) => pixelOf(page, WATERFALL, shareOf(97e6), 2 + i * 4)),
+  );
   const holes = rows.filter((rgb) => !isCarrier(rgb)).length;
   assert.ok(holes >= 9 && holes <= 16, `${holes} of 28 rows in 112 pixels have no carrier`);
   await closeQuietly(page);
@@ -113,14 +148,21 @@ test('hovering tells frequency, level and time', async () => {
   const at = await placeOn(page, '#waterfall .picture', shareOf(100e6), 0.05);
   await page.mouse.move(at.x, at.y);
 
-  await waitForText(page, '#waterfall .readout', /^(99\.99|100\.00)\d+ MHz\s+(45|37|29)\.0 dBµV\s+\d\d:\d\d:\d\d\.\d{3}/);
+  await waitForText(
+    page,
+    '#waterfall .readout',
+    /^(99\.99|100\.00)\d+ MHz\s+(45|37|29)\.0 dBµV\s+\d\d:\d\d:\d\d\.\d{3}/,
+  );
   await closeQuietly(page);
 });
 
 test('bearings have the colour of their direction on the axis of the spectrum, and are told with the convention', async () => {
   const page = await openLive();
   await page.waitForSelector('#right:not([hidden])');
-  await until(async () => Math.max(...await pixelOf(page, '#bearings .picture canvas', shareOf(98.5e6), 6)) > 120, 'a bearing');
+  await until(
+    async () => Math.max(...(await pixelOf(page, '#bearings .picture canvas', shareOf(98.5e6), 6))) > 120,
+    'a bearing',
+  );
   assert.deepEqual(await pixelOf(page, '#bearings .picture canvas', shareOf(96e6), 6), [16, 21, 26]);
 
   await waitForText(page, '#emitters tbody', /98\.50\d* MHz\s+123\.4°\s+1\.2°\s+92 %/);
@@ -159,11 +201,15 @@ test('panels without data are not there', async (t) => {
   const page = await openPage(plain.address);
   await page.waitForSelector('#spectrum:not([hidden])');
 
-  for (const id of ['right', 'bearings', 'zerospan', 'timebar', 'waiting']) assert.equal(await page.locator(`#${id}`).isVisible(), false, id);
+  for (const id of ['right', 'bearings', 'zerospan', 'timebar', 'waiting'])
+    assert.equal(await page.locator(`#${id}`).isVisible(), false, id);
   await closeQuietly(page);
 });
 
-for (const [name, viewport] of [['a phone', { width: 390, height: 844 }], ['a small screen', { width: 1280, height: 720 }]])
+for (const [name, viewport] of [
+  ['a phone', { width: 390, height: 844 }],
+  ['a small screen', { width: 1280, height: 720 }],
+])
   test(`everything fits the width of ${name}`, async () => {
     const page = await openLive('', { viewport });
     await page.waitForSelector('#right:not([hidden])');

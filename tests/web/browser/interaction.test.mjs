@@ -3,19 +3,40 @@
 import assert from 'node:assert/strict';
 import { readFile } from 'node:fs/promises';
 import { after, before, test } from 'node:test';
-import { closeBrowser, closeQuietly, openPage, placeOn, queryOf, textOf, until, waitForQuery, waitForText } from '../support/browser.mjs';
+import {
+  closeBrowser,
+  closeQuietly,
+  openPage,
+  placeOn,
+  queryOf,
+  textOf,
+  until,
+  waitForQuery,
+  waitForText,
+} from '../support/browser.mjs';
 import { StandIn } from '../support/server.mjs';
 
 const PLOT = '#spectrum .plot';
 let server;
-before(async () => { server = await new StandIn().start(); });
-after(async () => { await closeBrowser(); await server.stop(); });
+before(async () => {
+  server = await new StandIn().start();
+});
+after(async () => {
+  await closeBrowser();
+  await server.stop();
+});
 
 async function openLive(query = '', options = {}) {
   const page = await openPage(server.address + query, options);
   await waitForText(page, '#drawn', /drawn/);
   for (const id of ['right', 'bearings', 'zerospan']) await page.waitForSelector(`#${id}:not([hidden])`); // then nothing moves any more
-  await page.waitForFunction(() => Math.abs(document.querySelector('#spectrum canvas').clientHeight - document.querySelector('#spectrum .plot').clientHeight) <= 1);
+  await page.waitForFunction(
+    () =>
+      Math.abs(
+        document.querySelector('#spectrum canvas').clientHeight -
+          document.querySelector('#spectrum .plot').clientHeight,
+      ) <= 1,
+  );
   return page;
 }
 
@@ -29,7 +50,7 @@ test('the wheel zooms at the cursor, drag pans, double click shows the full span
   await page.mouse.wheel(0, -100);
   await waitForQuery(page, 'span', /_/);
   const zoomed = spanOf(page);
-  assert.ok(Math.abs((zoomed[1] - zoomed[0]) - 10.00625e6 / 1.25) < 2e4, `${zoomed}`);
+  assert.ok(Math.abs(zoomed[1] - zoomed[0] - 10.00625e6 / 1.25) < 2e4, `${zoomed}`);
   assert.ok(Math.abs(zoomed[0] + 0.25 * (zoomed[1] - zoomed[0]) - 97.5e6) < 3e4, `${zoomed}`);
 
   await page.mouse.down();
@@ -68,14 +89,15 @@ test('two fingers zoom', async () => {
   const page = await openLive('', { viewport: { width: 390, height: 844 }, hasTouch: true, isMobile: true });
   const client = await page.context().newCDPSession(page);
   const { x, y } = await placeOn(page, PLOT, 0.5);
-  const touch = (type, ...xs) => client.send('Input.dispatchTouchEvent', { type, touchPoints: xs.map((at, id) => ({ x: at, y, id })) });
+  const touch = (type, ...xs) =>
+    client.send('Input.dispatchTouchEvent', { type, touchPoints: xs.map((at, id) => ({ x: at, y, id })) });
   await touch('touchStart', x - 30, x + 30);
   for (const d of [40, 60, 80, 90]) await touch('touchMove', x - d, x + d);
   await touch('touchEnd');
 
   await waitForQuery(page, 'span', /_/);
   const [low, high] = spanOf(page);
-  assert.ok(Math.abs((high - low) - 10.00625e6 / 3) < 8e5, `${[low, high]}`);
+  assert.ok(Math.abs(high - low - 10.00625e6 / 3) < 8e5, `${[low, high]}`);
   assert.ok(Math.abs((high + low) / 2 - 100e6) < 3e5, `${[low, high]}`);
   await closeQuietly(page);
 });
@@ -89,7 +111,11 @@ test('a click sets a marker, M goes to the next peak, D measures from it', async
   await page.keyboard.press('Escape');
   await waitForText(page, '#markers', /^$/);
   await page.keyboard.press('m');
-  await waitForText(page, '#markers', /^M1 97\.00000? MHz\s+60\.0 dBµV|^M1 97\.0000 MHz 60\.0 dBµV|^M1 97\.000 MHz\s+60\.0 dBµV/);
+  await waitForText(
+    page,
+    '#markers',
+    /^M1 97\.00000? MHz\s+60\.0 dBµV|^M1 97\.0000 MHz 60\.0 dBµV|^M1 97\.000 MHz\s+60\.0 dBµV/,
+  );
   await page.keyboard.press('d');
   await page.keyboard.press('m');
   await waitForText(page, '#markers', /M2−M1 \+3\.000\d* MHz \/ −15\.0 dB/);
@@ -163,7 +189,12 @@ test('the keyboard map opens with ? and names every key', async () => {
   await page.waitForSelector('#keys[open]');
   const keys = await page.locator('#keys kbd').allInnerTexts();
 
-  assert.deepEqual(['space', 'L', 'M', 'D', 'P', 'R', 'A', 'X', 'Z', 'S', 'E', '?', 'wheel', 'pinch'].filter((key) => !keys.includes(key)), []);
+  assert.deepEqual(
+    ['space', 'L', 'M', 'D', 'P', 'R', 'A', 'X', 'Z', 'S', 'E', '?', 'wheel', 'pinch'].filter(
+      (key) => !keys.includes(key),
+    ),
+    [],
+  );
   await closeQuietly(page);
 });
 
@@ -187,9 +218,18 @@ test('E exports the channels on display with their levels, gaps empty', async ()
   assert.deepEqual(lines.slice(0, 1), ['# source udp 127.0.0.1:5555']);
   assert.match(lines[1], /^# time 20\d\d-/);
   assert.deepEqual(lines.slice(2, 4), ['# levels in dBuV', 'frequency_hz,live,min']);
-  const rows = lines.slice(4).filter(Boolean).map((line) => line.split(','));
-  assert.deepEqual(rows.map(([hz]) => Number(hz)), [96987500, 96993750, 97000000, 97006250, 97012500]);
-  assert.deepEqual(rows.map(([, live]) => Number(live)), [44, 52, 60, 52, 44]);
+  const rows = lines
+    .slice(4)
+    .filter(Boolean)
+    .map((line) => line.split(','));
+  assert.deepEqual(
+    rows.map(([hz]) => Number(hz)),
+    [96987500, 96993750, 97000000, 97006250, 97012500],
+  );
+  assert.deepEqual(
+    rows.map(([, live]) => Number(live)),
+    [44, 52, 60, 52, 44],
+  );
   await closeQuietly(page);
 });
 
@@ -199,7 +239,10 @@ test('what was not measured is empty in an export', async () => {
   const rows = (await readFile(await download.path(), 'utf8')).trimEnd().split('\n').slice(4);
 
   assert.ok(rows.length >= 3);
-  assert.deepEqual(rows.map((row) => row.split(',')[1]), rows.map(() => ''));
+  assert.deepEqual(
+    rows.map((row) => row.split(',')[1]),
+    rows.map(() => ''),
+  );
   await closeQuietly(page);
 });
 
@@ -209,12 +252,16 @@ test('S saves a picture', async () => {
   const bytes = await readFile(await download.path());
 
   assert.equal(bytes.subarray(1, 4).toString(), 'PNG');
-  assert.ok(bytes.readUInt32BE(16) > 700 && bytes.readUInt32BE(20) > 400, `${bytes.readUInt32BE(16)} x ${bytes.readUInt32BE(20)}`);
+  assert.ok(
+    bytes.readUInt32BE(16) > 700 && bytes.readUInt32BE(20) > 400,
+    `${bytes.readUInt32BE(16)} x ${bytes.readUInt32BE(20)}`,
+  );
   await closeQuietly(page);
 });
 
 test('an address brings back what it was copied from', async () => {
-  const query = '?span=99000000_101000000&traces=live.average&level=0_70&colours=5_50&markers=100000000&quality=70&row=100&theme=light&tool=values&filter=name&paused=1';
+  const query =
+    '?span=99000000_101000000&traces=live.average&level=0_70&colours=5_50&markers=100000000&quality=70&row=100&theme=light&tool=values&filter=name&paused=1';
   const page = await openLive(query);
 
   await waitForText(page, '#markers', /^M1 100\.000\d* MHz/);
@@ -224,7 +271,10 @@ test('an address brings back what it was copied from', async () => {
   assert.equal(await page.inputValue('#row'), '100');
   assert.equal(await page.inputValue('#filter'), 'name');
   assert.equal(await page.locator('#tool-values').isVisible(), true);
-  assert.deepEqual(await page.locator('#tracebuttons button[aria-pressed="true"]').allInnerTexts(), ['live', 'avg 16']);
+  assert.deepEqual(await page.locator('#tracebuttons button[aria-pressed="true"]').allInnerTexts(), [
+    'live',
+    'avg 16',
+  ]);
   assert.match(await textOf(page, '#colourbar'), /5\s+50 dBµV/);
   await page.keyboard.press('t'); // no key of the map: nothing changes
   await page.keyboard.press('l');
@@ -253,7 +303,13 @@ test('ranges are added and taken away by command, with the display as a template
   await page.fill('#addrange [name=name]', 'pager');
   await page.click('#addrange button:not([name])');
   await until(() => received('addRange').length === 1, 'addRange');
-  assert.deepEqual(received('addRange')[0], { command: 'addRange', kind: 'suppress', fromHz: 98e6, toHz: 99e6, name: 'pager' });
+  assert.deepEqual(received('addRange')[0], {
+    command: 'addRange',
+    kind: 'suppress',
+    fromHz: 98e6,
+    toHz: 99e6,
+    name: 'pager',
+  });
 
   server.ranges.suppress = [{ id: 7, list: 'local', fromHz: 98e6, toHz: 99e6, name: '<i>pager</i>' }];
   server.sendAll({ type: 'ranges', ...server.ranges });

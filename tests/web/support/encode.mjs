@@ -10,7 +10,10 @@ export function encodeFrame(frame) {
   bytes.write('VK4S', 0, 'latin1');
   bytes.writeUInt8(1, 4);
   bytes.writeUInt8(frame.stream, 5);
-  bytes.writeUInt16LE(arrays.reduce((bits, [bit]) => bits | 1 << bit, 0), 6);
+  bytes.writeUInt16LE(
+    arrays.reduce((bits, [bit]) => bits | (1 << bit), 0),
+    6,
+  );
   bytes.writeUInt32LE(frame.sequence, 8);
   bytes.writeUInt32LE(0, 12);
   bytes.writeBigInt64LE(BigInt(Math.round(frame.timeMs)) * NS, 16);

@@ -1,14 +1,22 @@
 // SPDX-License-Identifier: MIT
-// A small band whose every level is known: carriers over a floor, bearings of two transmitters, a burst over time.
+// A small band whose every level is known: carriers over a floor, bearings of two transmitters, a burst over
+// time.
 
-export const CARRIERS = [[97e6, 600], [100e6, 450], [103.25e6, 300]]; // Hz, tenths of a dBuV
-export const TRANSMITTERS = [[98.5e6, 1234, 92], [102e6, 2750, 71]]; // Hz, tenths of a degree, percent
+export const CARRIERS = [
+  [97e6, 600],
+  [100e6, 450],
+  [103.25e6, 300],
+]; // Hz, tenths of a dBuV
+export const TRANSMITTERS = [
+  [98.5e6, 1234, 92],
+  [102e6, 2750, 71],
+]; // Hz, tenths of a degree, percent
 const FLOOR = 50;
 
 /// Noise from a counter, so that each run has the same.
 function noise(seed) {
-  const x = Math.imul(seed ^ seed >>> 15, 0x2C1B3C6D);
-  return ((x ^ x >>> 12) >>> 0) % 41 - 20;
+  const x = Math.imul(seed ^ (seed >>> 15), 0x2c1b3c6d);
+  return (((x ^ (x >>> 12)) >>> 0) % 41) - 20;
 }
 
 export class Scene {
@@ -31,14 +39,27 @@ export class Scene {
     }
     for (let i = 0; i < 20; ++i) live[this.points - 20 + i] = 32766; // the end of the band is not measured
     for (let i = 0; i < this.points; ++i) {
-      if (live[i] === 32766) { this.max[i] = this.min[i] = 32766; continue; }
+      if (live[i] === 32766) {
+        this.max[i] = this.min[i] = 32766;
+        continue;
+      }
       this.max[i] = Math.max(this.max[i], live[i]);
       this.min[i] = Math.min(this.min[i], live[i]);
     }
     ++this.traces;
     const average = live.map((level) => (level === 32766 || level > FLOOR + 20 ? level : FLOOR));
-    return { stream: 1, ranges: [this.range], number: this.traces,
-      arrays: [[0, live], [1, this.max.slice()], [2, this.min.slice()], [3, average], [4, this.max.slice()]] };
+    return {
+      stream: 1,
+      ranges: [this.range],
+      number: this.traces,
+      arrays: [
+        [0, live],
+        [1, this.max.slice()],
+        [2, this.min.slice()],
+        [3, average],
+        [4, this.max.slice()],
+      ],
+    };
   }
 
   directions() {
@@ -53,12 +74,23 @@ export class Scene {
         arrays[2][k + i] = quality - Math.abs(i) * 2;
       }
     }
-    return { stream: 4, ranges: [range], number: this.traces, arrays: arrays.map((values, bit) => [bit, values]) };
+    return {
+      stream: 4,
+      ranges: [range],
+      number: this.traces,
+      arrays: arrays.map((values, bit) => [bit, values]),
+    };
   }
 
   overTime() {
     const live = new Int16Array(1001);
     for (let i = 0; i < 1001; ++i) live[i] = (i > 300 && i < 500 ? 420 : FLOOR) + noise(this.traces + i);
-    return { stream: 2, ranges: [{ start: 0, step: 2e-5, first: 0, count: 1001 }], axis: 1, number: this.traces, arrays: [[0, live]] };
+    return {
+      stream: 2,
+      ranges: [{ start: 0, step: 2e-5, first: 0, count: 1001 }],
+      axis: 1,
+      number: this.traces,
+      arrays: [[0, live]],
+    };
   }
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A stand-in for the page's server: a known scene, faults and restarts on demand. What only the real one can show
-// (ledger counts, holds, recordings) is tested against the program.
+// A stand-in for the page's server: a known scene, faults and restarts on demand. What only the real one can
+// show (ledger counts, holds, recordings) is tested against the program.
 import { createReadStream, existsSync } from 'node:fs';
 import { createServer } from 'node:http';
 import { extname, join } from 'node:path';
@@ -10,8 +10,14 @@ import { encodeFrame } from './encode.mjs';
 import { Scene } from './scene.mjs';
 
 const web = fileURLToPath(new URL('../../../web/', import.meta.url));
-const TYPES = { '.html': 'text/html; charset=utf-8', '.css': 'text/css', '.mjs': 'text/javascript', '.js': 'text/javascript',
-  '.svg': 'image/svg+xml', '.py': 'text/plain; charset=utf-8' };
+const TYPES = {
+  '.html': 'text/html; charset=utf-8',
+  '.css': 'text/css',
+  '.mjs': 'text/javascript',
+  '.js': 'text/javascript',
+  '.svg': 'image/svg+xml',
+  '.py': 'text/plain; charset=utf-8',
+};
 const ARRAYS = ['live', 'max', 'min', 'average', 'hold'];
 
 function fileOf(url) {
@@ -22,8 +28,11 @@ function fileOf(url) {
 function serveFile(request, response) {
   const path = fileOf(new URL(request.url, 'http://x').pathname);
   if (!path.startsWith(web) || !existsSync(path)) return response.writeHead(404).end();
-  response.writeHead(200, { 'Content-Type': TYPES[extname(path)] ?? 'application/octet-stream', 'Cache-Control': 'no-cache',
-    'Content-Security-Policy': "default-src 'self'; img-src 'self' blob: data:" });
+  response.writeHead(200, {
+    'Content-Type': TYPES[extname(path)] ?? 'application/octet-stream',
+    'Cache-Control': 'no-cache',
+    'Content-Security-Policy': "default-src 'self'; img-src 'self' blob: data:",
+  });
   createReadStream(path).pipe(response);
 }
 
@@ -40,8 +49,10 @@ export class StandIn {
   constructor(options = {}) {
     this.options = { rate: 60, ...options };
     this.scene = new Scene(options);
-    this.values = [{ path: '/VK410/FREQUENCY', type: 'number', value: '100000000', unit: 'Hz' },
-      { path: '/VK410/<b>NAME</b>', type: 'text', value: '<img src=x>', unit: '' }];
+    this.values = [
+      { path: '/VK410/FREQUENCY', type: 'number', value: '100000000', unit: 'Hz' },
+      { path: '/VK410/<b>NAME</b>', type: 'text', value: '<img src=x>', unit: '' },
+    ];
   }
 
   async start(port = 0) {
@@ -50,12 +61,16 @@ export class StandIn {
     this.sockets.on('connection', (socket) => this.#welcome(socket));
     await new Promise((resolve) => this.http.listen(port, '127.0.0.1', resolve));
     this.port = this.http.address().port;
-    this.timers = [setInterval(() => this.#tick(), 1000 / this.options.rate),
-      setInterval(() => this.sendAll(this.status()), 1000)];
+    this.timers = [
+      setInterval(() => this.#tick(), 1000 / this.options.rate),
+      setInterval(() => this.sendAll(this.status()), 1000),
+    ];
     return this;
   }
 
-  get address() { return `http://127.0.0.1:${this.port}/`; }
+  get address() {
+    return `http://127.0.0.1:${this.port}/`;
+  }
 
   async stop() {
     if (!this.http.listening) return;
@@ -71,15 +86,47 @@ export class StandIn {
 
   status() {
     const playback = this.options.playback ?? null;
-    return { type: 'status', source: 'udp 127.0.0.1:5555', state: this.state, stateText: 'listening', centreHz: 1e8, spanHz: 1e7,
-      channels: this.scene.points, stepHz: this.scene.range.step, tracesPerSecond: this.options.rate, datagramsPerSecond: 60,
-      bytesPerSecond: 201000, dataTimeNs: `${Date.now()}000000`, receivedNs: `${Date.now()}000000`, ageMs: 12,
-      buffer: { askedBytes: 8388608, grantedBytes: 4194304 }, advice: this.state === 'waiting' ? 'start the device' : '',
-      viewers: 1, viewer: { skipped: 0 }, playback, faults: null, recorder: null,
-      ledger: [{ name: 'wire lost', metric: 'wire_lost', total: this.lostTotal ?? 0, perSecond: 0, isLoss: true,
-        definition: 'datagrams that the sequence numbers miss; vk410 doctor tells where' },
-      { name: 'map writes', metric: 'map_writes', total: this.scene.traces, perSecond: 60, isLoss: false,
-        definition: 'traces written into maps' }] };
+    return {
+      type: 'status',
+      source: 'udp 127.0.0.1:5555',
+      state: this.state,
+      stateText: 'listening',
+      centreHz: 1e8,
+      spanHz: 1e7,
+      channels: this.scene.points,
+      stepHz: this.scene.range.step,
+      tracesPerSecond: this.options.rate,
+      datagramsPerSecond: 60,
+      bytesPerSecond: 201000,
+      dataTimeNs: `${Date.now()}000000`,
+      receivedNs: `${Date.now()}000000`,
+      ageMs: 12,
+      buffer: { askedBytes: 8388608, grantedBytes: 4194304 },
+      advice: this.state === 'waiting' ? 'start the device' : '',
+      viewers: 1,
+      viewer: { skipped: 0 },
+      playback,
+      faults: null,
+      recorder: null,
+      ledger: [
+        {
+          name: 'wire lost',
+          metric: 'wire_lost',
+          total: this.lostTotal ?? 0,
+          perSecond: 0,
+          isLoss: true,
+          definition: 'datagrams that the sequence numbers miss; vk410 doctor tells where',
+        },
+        {
+          name: 'map writes',
+          metric: 'map_writes',
+          total: this.scene.traces,
+          perSecond: 60,
+          isLoss: false,
+          definition: 'traces written into maps',
+        },
+      ],
+    };
   }
 
   #welcome(socket) {
@@ -88,8 +135,15 @@ export class StandIn {
     socket.on('close', () => this.#viewers.delete(viewer));
     socket.on('message', (data) => this.#command(viewer, JSON.parse(data)));
     const send = (message) => socket.send(JSON.stringify(message));
-    send({ type: 'hello', version: 1, program: 'vk410 stand-in', demo: false, recording: !!this.options.playback,
-      convention: 'degrees clockwise from north', source: 'udp 127.0.0.1:5555' });
+    send({
+      type: 'hello',
+      version: 1,
+      program: 'vk410 stand-in',
+      demo: false,
+      recording: !!this.options.playback,
+      convention: 'degrees clockwise from north',
+      source: 'udp 127.0.0.1:5555',
+    });
     send(this.status());
     send({ type: 'values', values: this.values });
     send({ type: 'ranges', ...this.ranges });
@@ -103,7 +157,11 @@ export class StandIn {
   #tick() {
     if (!this.sending || this.#viewers.size === 0) return;
     const panorama = this.scene.panorama();
-    if (this.lose > 0) { --this.lose; this.lostSince = (this.lostSince ?? 0) + 1; return; }
+    if (this.lose > 0) {
+      --this.lose;
+      this.lostSince = (this.lostSince ?? 0) + 1;
+      return;
+    }
     this.#send({ ...panorama, lost: this.lostSince ?? 0 });
     this.lostSince = 0;
     const every = (share) => this.scene.traces % Math.max(1, Math.round(this.options.rate * share)) === 0;
@@ -113,13 +171,38 @@ export class StandIn {
   }
 
   #sendEmitters() {
-    this.sendAll({ type: 'emitters', emitters: [
-      { frequencyHz: 98.5e6, azimuthDeg: 123.4, spreadDeg: 1.2, quality: 92, levelDb: 40, ageMs: 120, trendDegPerSecond: 0.4 },
-      { frequencyHz: 102e6, azimuthDeg: 275, spreadDeg: 2.2, quality: 71, levelDb: 40, ageMs: 120, trendDegPerSecond: 0 }] });
+    this.sendAll({
+      type: 'emitters',
+      emitters: [
+        {
+          frequencyHz: 98.5e6,
+          azimuthDeg: 123.4,
+          spreadDeg: 1.2,
+          quality: 92,
+          levelDb: 40,
+          ageMs: 120,
+          trendDegPerSecond: 0.4,
+        },
+        {
+          frequencyHz: 102e6,
+          azimuthDeg: 275,
+          spreadDeg: 2.2,
+          quality: 71,
+          levelDb: 40,
+          ageMs: 120,
+          trendDegPerSecond: 0,
+        },
+      ],
+    });
   }
 
   #send(frame) {
-    const timed = { ...frame, timeMs: Date.now(), holdSinceMs: Date.now() - 5000, sequence: this.#sequence++ };
+    const timed = {
+      ...frame,
+      timeMs: Date.now(),
+      holdSinceMs: Date.now() - 5000,
+      sequence: this.#sequence++,
+    };
     for (const { socket, arrays } of this.#viewers) {
       const kept = frame.stream === 4 ? frame.arrays : frame.arrays.filter(([bit]) => arrays.includes(bit));
       socket.send(this.broken ? Buffer.alloc(200) : encodeFrame({ ...timed, arrays: kept }));

@@ -14,7 +14,7 @@ function meanOf(...samples) {
 
 test('the mean of 350 and 20 degrees is 5, not 185', () => close(meanOf([350, 1], [20, 1]).mean, 5));
 test('the mean is never negative', () => close(meanOf([350, 1]).mean, 350));
-test('weights pull the mean', () => close(meanOf([0, 3], [90, 1]).mean, Math.atan2(1, 3) * 180 / Math.PI));
+test('weights pull the mean', () => close(meanOf([0, 3], [90, 1]).mean, (Math.atan2(1, 3) * 180) / Math.PI));
 test('equal directions have no deviation', () => close(meanOf([77, 2], [77, 9]).deviation, 0, 1e-5));
 test('opposite directions have no common one', () => assert.ok(meanOf([0, 1], [180, 1]).deviation > 400));
 test('nothing has an infinite deviation', () => assert.equal(new CircularMean().deviation, Infinity));
@@ -42,7 +42,10 @@ test('the strongest directions come first, and one peak only once', () => {
   for (let i = 0; i < 20; ++i) histogram.add(91 + (i % 3), 50);
   for (let i = 0; i < 10; ++i) histogram.add(221 + (i % 3), 50);
   const peaks = histogram.peaks(3);
-  assert.deepEqual(peaks.map((p) => Math.round(p.degrees / 10) * 10), [90, 220]);
+  assert.deepEqual(
+    peaks.map((p) => Math.round(p.degrees / 10) * 10),
+    [90, 220],
+  );
   close(peaks[0].share, 2 / 3);
 });
 

@@ -5,7 +5,10 @@ import { test } from 'node:test';
 
 const read = (path) => readFileSync(new URL(`../../../${path}`, import.meta.url), 'utf8');
 
-for (const [file, fence] of [['web/clients/stream.js', 'js'], ['web/clients/stream.py', 'python']])
+for (const [file, fence] of [
+  ['web/clients/stream.js', 'js'],
+  ['web/clients/stream.py', 'python'],
+])
   test(`${file} is the client of the documentation, in at most 30 lines`, () => {
     const text = read(file);
 

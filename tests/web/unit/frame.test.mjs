@@ -6,18 +6,18 @@ import { FrameDecoder } from '../../../web/js/frame.mjs';
 // Byte numbers by hand, not by the page's own code: this is what the wire carries.
 function bytesOfFrame({ stream = 1, arrays = 0b00101, ranges = 1, version = 1 } = {}) {
   const bytes = new Uint8Array(96 + 24 + 2 * 3 * 2);
-  bytes.set([0x56, 0x4B, 0x34, 0x53, version, stream, arrays, 0]);
+  bytes.set([0x56, 0x4b, 0x34, 0x53, version, stream, arrays, 0]);
   bytes.set([7, 0, 0, 0, 2, 0, 0, 0], 8); // sequence 7, skipped 2
-  bytes.set([0x00, 0x84, 0x5F, 0x8F, 0xF0, 0x6E, 0x16, 0x18], 16);
+  bytes.set([0x00, 0x84, 0x5f, 0x8f, 0xf0, 0x6e, 0x16, 0x18], 16);
   bytes.set([5, 0, 0, 0, 1, 0, 0, 0], 32); // trace 2^32 + 5
   bytes.set([3, 0, 0, 0, 16, 0, 0, 0], 40); // lost 3, average 16
-  bytes.set([0x9A, 0x99, 0x99, 0x99, 0x99, 0x99, 0xB9, 0x3F], 56); // 0.1
+  bytes.set([0x9a, 0x99, 0x99, 0x99, 0x99, 0x99, 0xb9, 0x3f], 56); // 0.1
   bytes.set([0x64, 0x42, 0x75, 0x56], 64); // dBuV
   bytes.set([9, 0, 0, 0, 3, 0, 0, 0, ranges, 0, 0, 1], 72); // grid 9, n 3, axis Hz, replayed
-  bytes.set([0, 0, 0, 0, 0x84, 0xD7, 0x97, 0x41], 96); // 1e8 as f64
-  bytes.set([0, 0, 0, 0, 0, 0x6A, 0xF8, 0x40], 104); // 1e5
+  bytes.set([0, 0, 0, 0, 0x84, 0xd7, 0x97, 0x41], 96); // 1e8 as f64
+  bytes.set([0, 0, 0, 0, 0, 0x6a, 0xf8, 0x40], 104); // 1e5
   bytes.set([0, 0, 0, 0, 3, 0, 0, 0], 112);
-  bytes.set([0x26, 0xFD, 0xFE, 0x7F, 0xFE, 0x7F], 120); // -730, then 32766 twice
+  bytes.set([0x26, 0xfd, 0xfe, 0x7f, 0xfe, 0x7f], 120); // -730, then 32766 twice
   bytes.set([1, 0, 2, 0, 3, 0], 126);
   return bytes.buffer;
 }
@@ -42,7 +42,7 @@ test('a frame gives what stands at the published offsets', () => {
 test('times of nanoseconds are milliseconds, exact to the microsecond', () => {
   const frame = new FrameDecoder().decode(bytesOfFrame());
 
-  const expected = Number(0x18166EF08F5F8400n / 1000n) / 1000;
+  const expected = Number(0x18166ef08f5f8400n / 1000n) / 1000;
   assert.ok(Math.abs(frame.timeMs - expected) < 0.001, `${frame.timeMs} for ${expected}`);
   assert.equal(frame.receivedMs, 0);
 });

@@ -26,25 +26,45 @@ test('a position belongs to the channel that covers it, and to none outside', ()
 });
 
 test('each channel is in exactly one column when columns are wider than channels', () => {
-  const shown = columns(grid, 95, 205, 4).flatMap(([lo, hi]) => Array.from({ length: hi - lo }, (_, i) => lo + i));
+  const shown = columns(grid, 95, 205, 4).flatMap(([lo, hi]) =>
+    Array.from({ length: hi - lo }, (_, i) => lo + i),
+  );
   assert.deepEqual(shown, [0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10]);
 });
 
 test('columns narrower than a channel show the one that covers them', () => {
-  assert.deepEqual(columns(grid, 105, 125, 4), [[1, 2], [1, 2], [2, 3], [2, 3]]);
+  assert.deepEqual(columns(grid, 105, 125, 4), [
+    [1, 2],
+    [1, 2],
+    [2, 3],
+    [2, 3],
+  ]);
 });
 
 test('columns outside the grid, and between its ranges, are empty', () => {
-  const two = new Grid([{ start: 0, step: 1, first: 0, count: 2 }, { start: 10, step: 1, first: 2, count: 2 }], 4);
-  assert.deepEqual(columns(two, -2, 14, 8).map(([lo, hi]) => hi - lo), [0, 2, 0, 0, 0, 0, 2, 0]);
+  const two = new Grid(
+    [
+      { start: 0, step: 1, first: 0, count: 2 },
+      { start: 10, step: 1, first: 2, count: 2 },
+    ],
+    4,
+  );
+  assert.deepEqual(
+    columns(two, -2, 14, 8).map(([lo, hi]) => hi - lo),
+    [0, 2, 0, 0, 0, 0, 2, 0],
+  );
 });
 
 test('ranges that claim more channels than the arrays have are cut', () => {
   assert.equal(new Grid([{ start: 0, step: 1, first: 4, count: 100 }], 10).to, 5);
 });
 
-for (const [name, range] of [['an infinite step', { step: Infinity }], ['a step of 0', { step: 0 }],
-  ['no number as start', { start: NaN }], ['no channels', { count: 0 }]])
+for (const [name, range] of [
+  ['an infinite step', { step: Infinity }],
+  ['a step of 0', { step: 0 }],
+  ['no number as start', { start: NaN }],
+  ['no channels', { count: 0 }],
+])
   test(`a range with ${name} is left out`, () => {
     assert.equal(new Grid([{ start: 0, step: 1, first: 0, count: 3, ...range }], 3).empty, true);
   });
@@ -59,7 +79,11 @@ test('a column shows the highest of its channels, never a sample of them', () =>
 
 test('no value is a gap, not a level', () => {
   const levels = Int16Array.of(NO_VALUE, NO_VALUE, NO_VALUE, 4);
-  assert.deepEqual(decimate(levels, NO_VALUE, Int32Array.of(0, 2, 4), Int32Array.of(2, 4, 4), []), [null, 4, null]);
+  assert.deepEqual(decimate(levels, NO_VALUE, Int32Array.of(0, 2, 4), Int32Array.of(2, 4, 4), []), [
+    null,
+    4,
+    null,
+  ]);
 });
 
 test('every carrier of a random trace is in the drawing of any width', () => {

@@ -43,7 +43,10 @@ test('lost traces leave a hole that says so', () => {
   push(history, 200, [4, 5, 6], 2);
 
   assert.equal(rowAt(history, START + 100), null);
-  assert.deepEqual([0, 50, 100, 150, 200].map((ms) => history.lostIn(history.slotOf(START + ms))), [0, 0, 2, 2, 2]);
+  assert.deepEqual(
+    [0, 50, 100, 150, 200].map((ms) => history.lostIn(history.slotOf(START + ms))),
+    [0, 0, 2, 2, 2],
+  );
 });
 
 test('a row that lost one of its traces says so too', () => {
@@ -121,7 +124,11 @@ test('of bearings that share a row the one of the best quality stays', () => {
   const history = new History(3, mergeBearings);
   history.configure(3, 50);
   const bearings = (azimuth, quality, validity) =>
-    history.push(START, 0, [azimuth, quality, [10, 20, 30], validity].map((x) => Int16Array.from(x)));
+    history.push(
+      START,
+      0,
+      [azimuth, quality, [10, 20, 30], validity].map((x) => Int16Array.from(x)),
+    );
   bearings([100, 200, 3600], [50, 60, 70], [0, 0, 0]);
   bearings([111, 222, -1], [40, 80, 90], [0, 0, 0]);
   bearings([5, 5, 5], [99, 99, 99], [2, 4, 1]);

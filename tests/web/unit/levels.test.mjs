@@ -14,9 +14,11 @@ const percentiles = (levels, ...shares) => {
 test('percentiles are levels that were there', () => {
   assert.deepEqual(percentiles([5, 1, 4, 2, 3], 0, 0.2, 0.21, 0.5, 1), [1, 1, 2, 3, 5]);
 });
-test('no value counts for nothing', () => assert.deepEqual(percentiles([32766, -7, 32766], 0.5, 1), [-7, -7]));
+test('no value counts for nothing', () =>
+  assert.deepEqual(percentiles([32766, -7, 32766], 0.5, 1), [-7, -7]));
 test('without levels there is no percentile', () => assert.deepEqual(percentiles([32766], 0.5), [null]));
-test('the extremes of 16 bits have their place', () => assert.deepEqual(percentiles([-32768, 32767], 0.1, 1), [-32768, 32767]));
+test('the extremes of 16 bits have their place', () =>
+  assert.deepEqual(percentiles([-32768, 32767], 0.1, 1), [-32768, 32767]));
 
 const luminance = ([r, g, b]) => 0.2126 * r + 0.7152 * g + 0.0722 * b;
 
@@ -28,7 +30,8 @@ test('directions are alike in brightness and the circle closes', () => {
 
 test('no direction is cut off at the edge of what a screen shows', () => {
   for (let degrees = 0; degrees < 360; ++degrees)
-    for (const channel of azimuthColour(degrees)) assert.ok(channel > 0 && channel < 255, `${degrees}: ${channel}`);
+    for (const channel of azimuthColour(degrees))
+      assert.ok(channel > 0 && channel < 255, `${degrees}: ${channel}`);
 });
 
 test('white and black are where they belong', () => {
@@ -38,8 +41,12 @@ test('white and black are where they belong', () => {
 
 test('viridis is the published one to 2 % and grows in brightness', () => {
   const map = viridis();
-  const bytes = (i) => [map[i] & 255, map[i] >> 8 & 255, map[i] >> 16 & 255];
-  for (const [i, expected] of [[0, [68, 1, 84]], [127, [33, 144, 141]], [255, [253, 231, 37]]])
+  const bytes = (i) => [map[i] & 255, (map[i] >> 8) & 255, (map[i] >> 16) & 255];
+  for (const [i, expected] of [
+    [0, [68, 1, 84]],
+    [127, [33, 144, 141]],
+    [255, [253, 231, 37]],
+  ])
     bytes(i).forEach((x, c) => assert.ok(Math.abs(x - expected[c]) <= 5, `${i}: ${bytes(i)}`));
   for (let i = 8; i < 256; i += 8) assert.ok(luminance(bytes(i)) > luminance(bytes(i - 8)), `${i}`);
 });

@@ -4,7 +4,8 @@ import { test } from 'node:test';
 import { findPeaks, nextPeak } from '../../../web/js/markers.mjs';
 
 const NO_VALUE = 32766;
-const peaks = (levels, prominence = 60) => findPeaks(Int16Array.from(levels), NO_VALUE, 0, levels.length, prominence);
+const peaks = (levels, prominence = 60) =>
+  findPeaks(Int16Array.from(levels), NO_VALUE, 0, levels.length, prominence);
 
 test('peaks come highest first', () => {
   assert.deepEqual(peaks([0, 200, 0, 0, 300, 0, 100, 0]), [4, 1, 6]);

@@ -5,7 +5,8 @@ import { AxisView } from '../../../web/js/axisview.mjs';
 import { formatState, parseState } from '../../../web/js/urlstate.mjs';
 
 test('a state comes back from its address', () => {
-  const query = 'span=100000000_101500000.5&traces=live.min&level=-10_60&auto=1&markers=1e8_1.01e8&quality=55&theme=light';
+  const query =
+    'span=100000000_101500000.5&traces=live.min&level=-10_60&auto=1&markers=1e8_1.01e8&quality=55&theme=light';
   const state = parseState(query);
 
   assert.deepEqual(state.span, [100000000, 101500000.5]);
@@ -18,7 +19,16 @@ test('a state comes back from its address', () => {
 
 test('what has its default is left out of the address', () => assert.equal(formatState(parseState('')), ''));
 
-for (const bad of ['span=5_1', 'span=abc', 'span=1', 'level=_', 'quality=', 'quality=x', 'markers=1_x', 'traces=<b>'])
+for (const bad of [
+  'span=5_1',
+  'span=abc',
+  'span=1',
+  'level=_',
+  'quality=',
+  'quality=x',
+  'markers=1_x',
+  'traces=<b>',
+])
   test(`an address with ${bad} shows the default`, () => {
     const name = bad.split('=')[0];
     const expected = name === 'traces' ? [] : parseState('')[name];
