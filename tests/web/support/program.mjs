@@ -9,30 +9,39 @@ import { PATIENCE_MS } from './browser.mjs';
 
 const program = process.env.VK410_PROGRAM;
 
-/// Starts a verb that serves the page; stops with the test. Result: the page's address.
-export function serve(t, ...args) {
+/// Starts a verb that serves the page. Result: its process, and a promise of the page's address.
+export function launch(...args) {
   const child = spawn(program, [...args, '--listen', '127.0.0.1:0'], { stdio: ['ignore', 'ignore', 'pipe'] });
-  const ended = new Promise((resolve) => child.on('exit', resolve));
-  t.after(async () => {
-    child.kill('SIGINT');
-    await ended;
-  });
-  return new Promise((resolve, reject) => {
+  const address = new Promise((resolve, reject) => {
     let text = '';
     const timer = setTimeout(
       () => reject(new Error(`no address within ${PATIENCE_MS} ms: ${text}`)),
       PATIENCE_MS,
     );
-    child.stderr.on('data', (data) => {
+    const look = (data) => {
       text += data;
-      const [address] = /http:\/\/[\d.]+:\d+/.exec(text) ?? [];
-      if (address) {
-        clearTimeout(timer);
-        resolve(`${address}/`);
-      }
-    });
+      const [found] = /http:\/\/[\d.]+:\d+/.exec(text) ?? [];
+      if (!found) return;
+      clearTimeout(timer);
+      child.stderr.off('data', look);
+      child.stderr.resume();
+      resolve(`${found}/`);
+    };
+    child.stderr.on('data', look);
     child.on('exit', (code) => reject(new Error(`ended with ${code}: ${text}`)));
   });
+  return { child, address };
+}
+
+/// The same, stopped with the test. Result: the page's address.
+export function serve(t, ...args) {
+  const { child, address } = launch(...args);
+  const ended = new Promise((resolve) => child.on('exit', resolve));
+  t.after(async () => {
+    child.kill('SIGINT');
+    await ended;
+  });
+  return address;
 }
 
 /// A recording of a known scene, with losses.
