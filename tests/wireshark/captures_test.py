@@ -235,7 +235,7 @@ class Recordings(agreement.AgreementTest):
     def record(self, source):
         path = self.folder / "recording.pcap"
         subprocess.run(
-            [readings.PROGRAM, "record", str(source), "-o", str(path), "--for", "0.2"],
+            [readings.PROGRAM, "record", str(source), "-o", str(path), "--for", "2"],
             check=True,
             capture_output=True,
             timeout=readings.TIMEOUT_S,
