@@ -71,6 +71,7 @@ void Emitters::add(const DfPicture& picture)
 std::vector<Emitter> Emitters::list() const
 {
     std::vector<const Sighting*> byFrequency;
+    byFrequency.reserve(m_sightings.size());
     for (const Sighting& each : m_sightings)
         byFrequency.push_back(&each);
     std::ranges::stable_sort(byFrequency, {}, &Sighting::frequencyHz);
