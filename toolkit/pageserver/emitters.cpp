@@ -85,6 +85,7 @@ std::vector<Emitter> Emitters::list() const
         clusters.back().sightings.push_back(each);
     }
     std::vector<Emitter> emitters;
+    emitters.reserve(clusters.size());
     for (const Cluster& cluster : clusters)
         emitters.push_back(cluster.emitter(m_newestNs));
     std::ranges::sort(emitters, std::greater{}, &Emitter::levelDb);
