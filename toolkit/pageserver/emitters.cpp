@@ -71,6 +71,7 @@ void Emitters::add(const DfPicture& picture)
 std::vector<Emitter> Emitters::list() const
 {
     std::vector<const Sighting*> byFrequency;
+    byFrequency.reserve(m_sightings.size());
     for (const Sighting& each : m_sightings)
         byFrequency.push_back(&each);
     std::ranges::stable_sort(byFrequency, {}, &Sighting::frequencyHz);
@@ -84,6 +85,7 @@ std::vector<Emitter> Emitters::list() const
         clusters.back().sightings.push_back(each);
     }
     std::vector<Emitter> emitters;
+    emitters.reserve(clusters.size());
     for (const Cluster& cluster : clusters)
         emitters.push_back(cluster.emitter(m_newestNs));
     std::ranges::sort(emitters, std::greater{}, &Emitter::levelDb);

@@ -69,7 +69,7 @@ QByteArray Streams::levelFrame(FrameHead head) const
     return makeFrame(head, levels.batch.grid, arrays);
 }
 
-QByteArray Streams::dfFrame(FrameHead head) const
+QByteArray Streams::dfFrame(const FrameHead& head) const
 {
     const std::array<std::vector<short>, 5> values = dfArrays(*m_df);
     const std::vector<std::span<const short>> arrays(values.begin(), values.end());

@@ -49,7 +49,7 @@ private:
     void take(Stream stream, LevelGate& gate);
     void show(Stream stream, const TraceInfo& info, const values::ChannelRangeDefinition& grid);
     [[nodiscard]] QByteArray levelFrame(FrameHead head) const;
-    [[nodiscard]] QByteArray dfFrame(FrameHead head) const;
+    [[nodiscard]] QByteArray dfFrame(const FrameHead& head) const;
 
     std::array<Shown, streams.size()> m_shown;
     std::array<Levels, 3> m_levels; // of the streams of levels

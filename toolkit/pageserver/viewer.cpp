@@ -45,12 +45,27 @@ bool Viewer::hasRoom() const
 
 void Viewer::pump()
 {
+    // Also of one that does not read: its losses are told to the others.
+    for (const Stream stream : streams)
+        countMissed(stream);
     if (!hasRoom())
         return;
     if (m_socket->bytesToWrite() == 0)
         m_sinceProgress.start(); // nothing waits that it could read
     sendTexts();
     sendFrames();
+}
+
+void Viewer::countMissed(Stream stream)
+{
+    Sent& sent = of(stream);
+    const quint64 newest = m_showcase.streams.newest(stream).number;
+    if (sent.number == 0 || newest <= sent.number || !m_wish.streams[static_cast<std::size_t>(stream)])
+        return;
+    const quint64 missed = newest - sent.number - 1;
+    sent.skipped += missed - sent.missed;
+    m_skippedByAll += missed - sent.missed;
+    sent.missed = missed;
 }
 
 void Viewer::send(const messages::Json& message)
@@ -104,15 +119,12 @@ void Viewer::sendFrame(Stream stream, Sent& sent)
 {
     const TraceInfo& newest = m_showcase.streams.newest(stream);
     const bool isFirst = sent.number == 0;
-    if (!isFirst && newest.number > sent.number) {
-        sent.skipped += newest.number - sent.number - 1;
-        m_skippedByAll += newest.number - sent.number - 1;
-    }
     const quint64 lost = isFirst || newest.lostSoFar < sent.lost ? 0 : newest.lostSoFar - sent.lost;
     QByteArray frame = m_showcase.streams.frame(stream, m_wish.arrays);
     address(frame, {m_frames++, clamped(sent.skipped), clamped(lost)});
     m_socket->sendBinaryMessage(frame);
     sent.number = newest.number;
+    sent.missed = 0;
     sent.lost = newest.lostSoFar;
     sent.isOutdated = false;
     const auto interval = static_cast<qint64>(1e9 * evenness / m_wish.maxPerSecond);

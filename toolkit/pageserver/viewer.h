@@ -68,6 +68,7 @@ private:
     struct Sent {
         quint64 number = 0; // of the last trace; 0: none
         quint64 lost = 0;   // datagrams on the wire, when that one was made
+        quint64 missed = 0; // traces since that one, but for the newest; counted as skipped already
         quint64 skipped = 0;
         qint64 dueNs = 0;        // not before; by m_clock
         bool isOutdated = false; // sent, but not with the arrays that are wanted now
@@ -75,6 +76,7 @@ private:
 
     [[nodiscard]] bool hasRoom() const;
     void send(const messages::Json& message);
+    void countMissed(Stream stream);
     void sendTexts();
     void sendFrames();
     void sendFrame(Stream stream, Sent& sent);

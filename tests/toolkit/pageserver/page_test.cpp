@@ -191,14 +191,7 @@ TEST_F(Page, OfAViewerThatNeverReadsHoldsNoMoreThanASocketFullAndTheOthersNotAtA
     const auto waiting = [&] { return paged.json("/api/status").at("waitingBytes").get<int>(); };
     EXPECT_GT(waiting(), 0);
     EXPECT_LT(waiting(), 512 * 1024);
-    // As soon as it reads, it is told of the rest.
-    stalled.setReadBufferSize(0);
-    ASSERT_TRUE(waitUntil([&] {
-        stalled.readAll();
-        return waiting() == 0;
-    }));
-    paged.receive(levels);
-    ASSERT_TRUE(waitUntil([&] { return skippedByAll() > 100; }));
+    ASSERT_TRUE(waitUntil([&] { return skippedByAll() > 300; }));
 }
 
 TEST_F(Page, AddsAndRemovesRangesForEverybody)
