@@ -40,6 +40,15 @@ bool DatagramCutter::mayHaveWhole(qint64 unread) const
     return !m_brokenAt && held() + unread >= (m_buffer ? missing() : qint64{headerSize});
 }
 
+QByteArray DatagramCutter::takePartOfHeader()
+{
+    if (m_buffer || m_brokenAt || held() >= headerSize)
+        return {};
+    const QByteArray part{m_chunk.get() + m_chunkBegin, static_cast<int>(held())};
+    m_chunkBegin = m_chunkEnd;
+    return part;
+}
+
 DatagramCutter::Bytes DatagramCutter::next()
 {
     try {

@@ -35,6 +35,9 @@ public:
     /// Whether a datagram may be whole with `unread` bytes more than were read so far.
     [[nodiscard]] bool mayHaveWhole(qint64 unread) const;
 
+    /// Forgets and returns what was read of a header that is not whole, at most 15 bytes.
+    [[nodiscard]] QByteArray takePartOfHeader();
+
 private:
     [[nodiscard]] qint64 held() const { return m_chunkEnd - m_chunkBegin; }
     [[nodiscard]] qint64 missing() const { return qint64{m_total} - m_buffer->size(); }

@@ -146,6 +146,18 @@ void TcpReader::SlotReadyRead()
         return breakStream();
     if (hasMore())
         continueLater();
+    else
+        leavePartOfHeader();
+}
+
+// Where no datagram is in progress, the socket keeps what has arrived until a header is whole.
+void TcpReader::leavePartOfHeader()
+{
+    if (!m_socket->isReadable())
+        return; // closed by whoever took a datagram
+    const QByteArray part = m_cutter->takePartOfHeader();
+    for (int i = part.size() - 1; i >= 0; --i)
+        m_socket->ungetChar(part[i]);
 }
 
 // The socket's own bytes came while a receiver ran an event loop of its own; nobody will tell of them again.

@@ -67,6 +67,7 @@ private:
     using Bytes = std::unique_ptr<QByteArray>;
 
     [[nodiscard]] bool hasMore() const;
+    void leavePartOfHeader();
     [[nodiscard]] qint64 passOn(const QElapsedTimer& timer);
     [[nodiscard]] qint64 cutBlock();
     [[nodiscard]] qint64 read(char* to, qint64 size);

@@ -18,8 +18,8 @@ public:
     /// The next number starts a new sequence.
     void restart() { m_started = false; }
 
-    /// Nothing has come for longer than a network holds anything back: a number that lies behind is no late one,
-    /// its sender began anew.
+    /// Nothing has come for longer than a network holds anything back: a number that lies behind is no late
+    /// one, its sender began anew.
     void followSilence() { m_isAfterSilence = true; }
 
     /// Datagrams that never came. A late one takes its count back.

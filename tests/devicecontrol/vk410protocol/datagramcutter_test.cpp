@@ -89,6 +89,20 @@ TEST(DatagramCutter, KnowsWhetherADatagramMayBeWhole)
     EXPECT_TRUE(cutter.mayHaveWhole(10));
 }
 
+TEST(DatagramCutter, GivesBackPartOfAHeaderOnly)
+{
+    const Bytes all = datagram(1, 40);
+    ChunkedStream stream{{slice(all, 0, 15), slice(all, 15, 30)}};
+    DatagramCutter cutter{reading(stream)};
+    EXPECT_EQ(cutter.next(), nullptr);
+    EXPECT_EQ(cutter.takePartOfHeader(), QByteArray(reinterpret_cast<const char*>(all.data()), 15));
+    EXPECT_TRUE(cutter.takePartOfHeader().isEmpty());
+    ChunkedStream longer{{slice(all, 0, 30)}};
+    DatagramCutter begun{reading(longer)};
+    EXPECT_EQ(begun.next(), nullptr);
+    EXPECT_TRUE(begun.takePartOfHeader().isEmpty());
+}
+
 TEST(DatagramCutter, KeepsWhatItReadBehindADatagramForTheNext)
 {
     ChunkedStream stream{{joined({datagram(1, 40), datagram(2, 50), datagram(3, 16)})}};

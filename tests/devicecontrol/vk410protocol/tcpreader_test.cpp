@@ -4,7 +4,6 @@
 #include "tcpreader_fixture.h"
 #include <QFile>
 #include <QMetaMethod>
-#include <QSignalSpy>
 #include <stdexcept>
 
 namespace {
@@ -22,17 +21,28 @@ TEST_F(TcpReaderStream, TwoDatagramsInOneNotificationComeInOrder)
 TEST_F(TcpReaderStream, ADatagramInPiecesOf10And10And20ComesOnce)
 {
     const Bytes whole = numbered(1, 40);
-    const auto arrives = [this](const Bytes& piece) {
-        receiver.send(piece);
-        QSignalSpy arrived{reader->findChild<QTcpSocket*>(), &QIODevice::readyRead};
-        return arrived.wait(5'000);
-    };
-    ASSERT_TRUE(arrives(Bytes(whole.begin(), whole.begin() + 10)));
-    ASSERT_TRUE(arrives(Bytes(whole.begin() + 10, whole.begin() + 20)));
+    receiver.send(Bytes(whole.begin(), whole.begin() + 10));
+    auto* const socket = reader->findChild<QTcpSocket*>();
+    ASSERT_TRUE(waitUntil([&] { return socket->bytesAvailable() == 10; })); // not consumed
+    receiver.send(Bytes(whole.begin() + 10, whole.begin() + 20));
+    ASSERT_TRUE(waitUntil([&] { return socket->bytesAvailable() == 0; }));
     EXPECT_THAT(parent.datagrams, IsEmpty());
     receiver.send(Bytes(whole.begin() + 20, whole.end()));
     ASSERT_TRUE(datagramsArrive(1));
     EXPECT_THAT(parent.datagrams, ElementsAre(whole));
+}
+
+TEST_F(TcpReaderStream, ConsumesNothingOfAHeaderThatIsNotWholeBehindADatagramEither)
+{
+    const Bytes next = numbered(2, 40);
+    receiver.send(joined({numbered(1, 40), Bytes(next.begin(), next.begin() + 15)}));
+    auto* const socket = reader->findChild<QTcpSocket*>();
+    ASSERT_TRUE(datagramsArrive(1));
+    ASSERT_TRUE(waitUntil([&] { return socket->bytesAvailable() == 15; }));
+    receiver.send(Bytes(next.begin() + 15, next.end()));
+    ASSERT_TRUE(datagramsArrive(2));
+    EXPECT_THAT(parent.datagrams, ElementsAre(numbered(1, 40), next));
+    EXPECT_EQ(socket->bytesAvailable(), 0);
 }
 
 TEST_F(TcpReaderStream, ADatagramOfItsHeaderAloneIsOne)
