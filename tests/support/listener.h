@@ -30,4 +30,20 @@ private:
     std::string m_name;
 };
 
+/// Does something at the first update, and then listens no more.
+class Once : public IObserver {
+public:
+    explicit Once(std::function<void()> action)
+        : m_action(std::move(action))
+    {}
+    void Update(Observable* subject, TChangeCode /*code*/) override
+    {
+        subject->RemoveObserver(this);
+        m_action();
+    }
+
+private:
+    std::function<void()> m_action;
+};
+
 } // namespace support

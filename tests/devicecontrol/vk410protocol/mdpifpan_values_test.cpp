@@ -2,6 +2,7 @@
 // What the IF panorama processor does with the receiver's values: binding, scans, replay, bearing map.
 #include "nqbase/nqexception.h"
 #include "support/ifpan_receiver.h"
+#include "support/listener.h"
 #include "support/trace_capture.h"
 #include <functional>
 #include <gmock/gmock.h>
@@ -485,26 +486,10 @@ TEST_F(MdpIfpanBearing, IsStampedByTheDeviceWhenAsked)
     EXPECT_THAT(bearingEffects(), Contains("bearings SetTimeStamp 9"));
 }
 
-/// Does something once, from inside a notification.
-class Once : public IObserver {
-public:
-    explicit Once(std::function<void()> action)
-        : m_action(std::move(action))
-    {}
-    void Update(Observable* subject, TChangeCode) override
-    {
-        subject->RemoveObserver(this);
-        m_action();
-    }
-
-private:
-    std::function<void()> m_action;
-};
-
 TEST_F(MdpIfpanBearing, SurvivesANewInitFromInsideItsNotifications)
 {
     const auto map = addMap("/RX");
-    Once mover{[this] { rx.processor().Init("/NOWHERE", "/NOWHERE"); }};
+    support::Once mover{[this] { rx.processor().Init("/NOWHERE", "/NOWHERE"); }};
     rx.processor();
     map->AddObserver(&mover);
     rx.receive({}); // told about its grid

@@ -3,6 +3,7 @@
 #include "devicecontrol/vk410protocol/vk410processor.h"
 #include "support/fixed_clock.h"
 #include "support/ifpan_receiver.h"
+#include "support/listener.h"
 #include "support/recording_filler.h"
 #include "support/recording_map.h"
 #include "support/trace_capture.h"
@@ -410,25 +411,9 @@ TEST_F(MdpZeroSpanAccept, CopiesShareTheirFillers)
     EXPECT_EQ(axis("XStop")->GetValue(), 1400);
 }
 
-/// Does something once, from inside a notification.
-class Once : public IObserver {
-public:
-    explicit Once(std::function<void()> action)
-        : m_action(std::move(action))
-    {}
-    void Update(Observable* subject, TChangeCode) override
-    {
-        subject->RemoveObserver(this);
-        m_action();
-    }
-
-private:
-    std::function<void()> m_action;
-};
-
 TEST_F(MdpZeroSpanGrid, SurvivesATraceFromInsideItsNotification)
 {
-    Once feeder{[this] {
+    support::Once feeder{[this] {
         ZeroSpanTrace inner;
         inner.xStart = 5000;
         inner.levels = {9, 9};

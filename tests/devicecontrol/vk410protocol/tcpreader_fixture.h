@@ -66,6 +66,25 @@ protected:
         EXPECT_TRUE(reader->StartMassDataMirror("127.0.0.1", port));
         return port;
     }
+    /// Makes `socket` a client of the mirror at `port` of which nothing leaves.
+    void connectSilently(QTcpSocket& socket, unsigned short port)
+    {
+        const int before = reader->MirrorClientCount();
+        socket.setReadBufferSize(1);
+        socket.connectToHost(QHostAddress::LocalHost, port);
+        ASSERT_TRUE(waitUntil([&] { return reader->MirrorClientCount() == before + 1; }));
+    }
+    /// Sends megabytes until at least so many bytes wait for the mirror's clients. Result: datagrams sent.
+    std::size_t sendUntilWaiting(qint64 bytes)
+    {
+        std::size_t sent = 0;
+        while (reader->MirrorBytesWaiting() < bytes) {
+            receiver.send(numbered(1, 1'000'000));
+            if (!datagramsArrive(++sent))
+                return sent;
+        }
+        return sent;
+    }
     static unsigned short freePort()
     {
         QTcpServer probe;

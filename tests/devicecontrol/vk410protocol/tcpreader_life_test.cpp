@@ -181,15 +181,8 @@ TEST_F(TcpReaderLife, MayDieWithBytesWaitingForAClient)
 {
     const unsigned short port = mirror();
     QTcpSocket silent;
-    silent.setReadBufferSize(1);
-    silent.connectToHost(QHostAddress::LocalHost, port);
-    ASSERT_TRUE(silent.waitForConnected());
-    ASSERT_TRUE(waitUntil([&] { return reader->MirrorClientCount() == 1; }));
-    std::size_t sent = 0;
-    while (reader->MirrorBytesWaiting() < (1 << 20)) {
-        receiver.send(numbered(1, 1'000'000));
-        ASSERT_TRUE(datagramsArrive(++sent));
-    }
+    connectSilently(silent, port);
+    sendUntilWaiting(1 << 20);
     reader.reset();
     silent.setReadBufferSize(0);
     ASSERT_TRUE(waitUntil([&] {

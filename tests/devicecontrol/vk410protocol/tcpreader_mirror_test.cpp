@@ -149,15 +149,8 @@ TEST_F(TcpReaderMirror, CutsAClientOfWhichNothingLeavesForFiveSeconds)
 {
     const unsigned short port = mirror();
     QTcpSocket silent;
-    silent.setReadBufferSize(1);
-    silent.connectToHost(QHostAddress::LocalHost, port);
-    ASSERT_TRUE(silent.waitForConnected());
-    ASSERT_TRUE(waitUntil([&] { return reader->MirrorClientCount() == 1; }));
-    std::size_t sent = 0;
-    while (reader->MirrorBytesWaiting() < (9 << 20)) {
-        receiver.send(numbered(1, 1'000'000));
-        ASSERT_TRUE(datagramsArrive(++sent));
-    }
+    connectSilently(silent, port);
+    std::size_t sent = sendUntilWaiting(9 << 20);
     QElapsedTimer timer;
     timer.start();
     while (observer.cut.empty() && !timer.hasExpired(25'000)) {
@@ -268,10 +261,7 @@ TEST_F(TcpReaderMirror, LetsTwoOfTheLargestDatagramsWait)
 {
     const unsigned short port = mirror();
     QTcpSocket silent;
-    silent.setReadBufferSize(1);
-    silent.connectToHost(QHostAddress::LocalHost, port);
-    ASSERT_TRUE(silent.waitForConnected());
-    ASSERT_TRUE(waitUntil([&] { return reader->MirrorClientCount() == 1; }));
+    connectSilently(silent, port);
     constexpr int large = 30'000'000; // two of them are more than the 32 MiB that may wait otherwise
     receiver.send(numbered(1, large));
     ASSERT_TRUE(datagramsArrive(1));
@@ -289,15 +279,8 @@ TEST_F(TcpReaderMirror, DoesNotTakeAClientForStalledBecauseTheEventLoopStoodStil
 {
     const unsigned short port = mirror();
     QTcpSocket client;
-    client.setReadBufferSize(1);
-    client.connectToHost(QHostAddress::LocalHost, port);
-    ASSERT_TRUE(client.waitForConnected());
-    ASSERT_TRUE(waitUntil([&] { return reader->MirrorClientCount() == 1; }));
-    std::size_t sent = 0;
-    while (reader->MirrorBytesWaiting() < (9 << 20)) {
-        receiver.send(numbered(1, 1'000'000));
-        ASSERT_TRUE(datagramsArrive(++sent));
-    }
+    connectSilently(client, port);
+    std::size_t sent = sendUntilWaiting(9 << 20);
     // For longer than a stalled client has, nothing runs in this thread; the client has room again meanwhile.
     client.setReadBufferSize(0);
     client.readAll();
