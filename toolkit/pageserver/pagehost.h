@@ -35,6 +35,9 @@ public:
     void listen(const QHostAddress& address, std::uint16_t port);
     [[nodiscard]] std::uint16_t port() const { return m_http.port(); }
 
+    /// Has `stopped` emitted, behind everything that was asked of it before.
+    void stop() { emit stopped(); }
+
     /// Takes what the session handed over, soon.
     void takeSoon();
 
@@ -42,6 +45,9 @@ public:
     void answer(quint64 viewer, const std::string& command, const std::optional<std::string>& text);
 
     [[nodiscard]] int viewers() const { return m_showcase.viewers; }
+
+signals:
+    void stopped();
 
 private:
     void take();

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "toolkit/pageserver/pageserver.h"
 #include "toolkit/pageserver/pagehost.h"
+#include <QEventLoop>
 #include <exception>
 #include <fmt/format.h>
 
@@ -12,48 +13,39 @@ PageServer::PageServer(receiver::Session& session, const Options& options, Surro
         QMetaObject::invokeMethod(m_host, &PageHost::takeSoon, Qt::QueuedConnection);
     }))
 {
-    m_thread.setObjectName(QStringLiteral("page"));
-    start(options);
+    std::promise<PageHost*> started;
+    m_thread = std::thread([this, &options, &started] { serve(options, started); });
+    try {
+        m_host = started.get_future().get();
+    } catch (...) {
+        m_thread.join();
+        throw;
+    }
+    m_port = m_host->port();
 }
 
 PageServer::~PageServer()
 {
-    stop();
+    QMetaObject::invokeMethod(m_host, &PageHost::stop, Qt::QueuedConnection);
+    m_thread.join();
 }
 
-// Makes the host where it is to live, and waits for it to listen.
-void PageServer::start(const Options& options)
+// The page's thread: what lives in it is made and goes in it.
+void PageServer::serve(const Options& options, std::promise<PageHost*>& started)
 {
-    auto* const starter = new QObject;
-    starter->moveToThread(&m_thread);
-    QObject::connect(&m_thread, &QThread::finished, starter, &QObject::deleteLater);
-    m_thread.start();
-    std::exception_ptr failure;
-    const auto begin = [&] {
-        try {
-            PageFiles files = options.folder.isEmpty() ? PageFiles{} : PageFiles{options.folder};
-            auto host = std::make_unique<PageHost>(
-                options.about, m_handover, std::move(files),
-                [this](quint64 viewer, const Command& command) { ask(viewer, command); });
-            host->listen(options.address, options.port);
-            m_port = host->port();
-            QObject::connect(&m_thread, &QThread::finished, host.get(), &QObject::deleteLater);
-            m_host = host.release();
-        } catch (...) {
-            failure = std::current_exception();
-        }
-    };
-    QMetaObject::invokeMethod(starter, begin, Qt::BlockingQueuedConnection);
-    if (!failure)
-        return;
-    stop();
-    std::rethrow_exception(failure);
-}
-
-void PageServer::stop()
-{
-    m_thread.quit();
-    m_thread.wait();
+    QEventLoop loop;
+    std::unique_ptr<PageHost> host;
+    try {
+        host = std::make_unique<PageHost>(
+            options.about, m_handover, options.folder.isEmpty() ? PageFiles{} : PageFiles{options.folder},
+            [this](quint64 viewer, const Command& command) { ask(viewer, command); });
+        host->listen(options.address, options.port);
+    } catch (...) {
+        return started.set_exception(std::current_exception());
+    }
+    QObject::connect(host.get(), &PageHost::stopped, &loop, &QEventLoop::quit);
+    started.set_value(host.get()); // from here on, `started` and `options` may be gone
+    loop.exec();
 }
 
 void PageServer::ask(quint64 viewer, const Command& command)

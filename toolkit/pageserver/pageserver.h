@@ -5,10 +5,11 @@
 #include "toolkit/pageserver/state.h"
 #include <QHostAddress>
 #include <QString>
-#include <QThread>
 #include <cstdint>
+#include <future>
 #include <memory>
 #include <string>
+#include <thread>
 
 namespace pageserver {
 
@@ -39,15 +40,14 @@ public:
 
 private:
     void ask(quint64 viewer, const Command& command);
-    void start(const Options& options);
-    void stop();
+    void serve(const Options& options, std::promise<PageHost*>& started);
 
     QHostAddress m_address;
     std::uint16_t m_port = 0;
     Handover m_handover;
     std::unique_ptr<SessionFeed> m_feed;
-    QThread m_thread;
-    PageHost* m_host = nullptr; // lives and dies in the thread
+    PageHost* m_host = nullptr; // lives and goes in the thread
+    std::thread m_thread;       // of the standard library: thread checks see its beginning and end
 };
 
 } // namespace pageserver
