@@ -44,7 +44,7 @@ QByteArray DatagramCutter::takePartOfHeader()
 {
     if (m_buffer || m_brokenAt || held() >= headerSize)
         return {};
-    const QByteArray part{m_chunk.get() + m_chunkBegin, static_cast<int>(held())};
+    QByteArray part{m_chunk.get() + m_chunkBegin, static_cast<int>(held())};
     m_chunkBegin = m_chunkEnd;
     return part;
 }
