@@ -35,6 +35,14 @@ DatagramCutter::DatagramCutter(Read read)
     , m_chunk(std::make_unique_for_overwrite<char[]>(chunkSize))
 {}
 
+void DatagramCutter::restart()
+{
+    m_chunkBegin = m_chunkEnd = 0;
+    m_buffer.reset();
+    m_brokenAt.reset();
+    m_reason.clear();
+}
+
 bool DatagramCutter::mayHaveWhole(qint64 unread) const
 {
     return !m_brokenAt && held() + unread >= (m_buffer ? missing() : qint64{headerSize});
@@ -61,8 +69,10 @@ DatagramCutter::Bytes DatagramCutter::next()
                 return nullptr;
         }
     } catch (const std::bad_alloc&) {
-        // Where the next datagram begins is known only by taking this one.
-        giveUp(m_total, QStringLiteral("no memory for a datagram of %1 bytes").arg(m_total));
+        // Where the next datagram begins is known only by taking this one. The text last: it needs memory,
+        // too.
+        giveUp(m_total, {});
+        m_reason = QStringLiteral("no memory for a datagram of %1 bytes").arg(m_total);
     }
     return nullptr;
 }

@@ -18,6 +18,9 @@ public:
 
     explicit DatagramCutter(Read read);
 
+    /// Another stream begins: what was read of the one before is forgotten.
+    void restart();
+
     /// The longest datagram that is believed.
     void setMaxSize(quint32 bytes) { m_maxSize = bytes; }
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <new>
 #include <sys/socket.h>
 #include <utility>
 
@@ -67,7 +68,7 @@ void MirrorClients::remove(QTcpSocket* socket)
 {
     for (Client& client : m_clients) {
         if (client.socket == socket)
-            client.socket = nullptr;
+            client.socket.clear();
     }
     if (!m_isSending)
         forgetRemoved();
@@ -75,7 +76,7 @@ void MirrorClients::remove(QTcpSocket* socket)
 
 void MirrorClients::forgetRemoved()
 {
-    std::erase_if(m_clients, [](const Client& client) { return client.socket == nullptr; });
+    std::erase_if(m_clients, [](const Client& client) { return client.socket.isNull(); });
 }
 
 std::vector<qint64> MirrorClients::send(std::span<const std::unique_ptr<QByteArray>> datagrams)
@@ -83,16 +84,19 @@ std::vector<qint64> MirrorClients::send(std::span<const std::unique_ptr<QByteArr
     for (const auto& datagram : datagrams)
         m_largestDatagram = std::max<qint64>(m_largestDatagram, datagram->size());
     std::vector<qint64> cut;
+    cut.reserve(m_clients.size());
     // A write that fails makes its client go at once, from inside the call.
     m_isSending = true;
     for (Client& client : m_clients) {
         if (client.socket)
             notice(client);
-        if (client.socket)
-            sendTo(*client.socket, datagrams);
-        if (client.socket && isStalled(client)) {
+        // Behind a datagram of which only a part was taken, nothing that follows would be understood.
+        const bool isTorn = client.socket && !trySendTo(*client.socket, datagrams);
+        if (client.socket && (isTorn || isStalled(client))) {
             cut.push_back(client.waiting);
-            end(*std::exchange(client.socket, nullptr));
+            QTcpSocket& socket = *client.socket;
+            client.socket.clear();
+            end(socket);
         }
     }
     m_isSending = false;
@@ -107,7 +111,9 @@ void MirrorClients::notice(Client& client)
     QTcpSocket& socket = *client.socket;
     while (socket.bytesToWrite() != 0 && socket.flush()) {
     }
-    if (socket.bytesToWrite() < client.waiting)
+    const qint64 left = socket.bytesToWrite();
+    // Where nothing waited, what comes now has not had its time yet.
+    if (left == 0 || left < client.waiting)
         client.progress.start();
 }
 
@@ -116,6 +122,17 @@ void MirrorClients::end(QTcpSocket& socket)
     socket.disconnect();
     socket.abort();
     socket.deleteLater();
+}
+
+// False where there is no memory for what the system does not take at once.
+bool MirrorClients::trySendTo(QTcpSocket& socket, std::span<const std::unique_ptr<QByteArray>> datagrams)
+{
+    try {
+        sendTo(socket, datagrams);
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
 }
 
 void MirrorClients::sendTo(QTcpSocket& socket, std::span<const std::unique_ptr<QByteArray>> datagrams)
@@ -167,8 +184,8 @@ void MirrorClients::disconnectAll()
 
 int MirrorClients::count() const
 {
-    return static_cast<int>(
-        std::count_if(m_clients.begin(), m_clients.end(), [](const Client& c) { return c.socket; }));
+    return static_cast<int>(std::count_if(m_clients.begin(), m_clients.end(),
+                                          [](const Client& c) { return !c.socket.isNull(); }));
 }
 
 qint64 MirrorClients::bytesWaiting() const

@@ -3,8 +3,10 @@
 // The clients of a mass-data mirror: who they are, what waits for them, and which of them is cut.
 #include <QByteArray>
 #include <QElapsedTimer>
+#include <QPointer>
 #include <QTcpSocket>
 #include <cstddef>
+#include <list>
 #include <memory>
 #include <span>
 #include <vector>
@@ -19,8 +21,9 @@ public:
     /// Forgets a connection; one that is not there: nothing.
     void remove(QTcpSocket* socket);
 
-    /// Sends the datagrams, in order, to all clients in the order of their arrival.
-    /// Result: the bytes that waited for each client that was cut on the way; those are out of the list.
+    /// Sends the datagrams, in order, to all clients in the order of their arrival; none: looks after the
+    /// clients. Result: the bytes that waited for each client that was cut on the way; those are out of the
+    /// list.
     std::vector<qint64> send(std::span<const std::unique_ptr<QByteArray>> datagrams);
 
     /// Ends all connections.
@@ -31,12 +34,14 @@ public:
 
 private:
     struct Client {
-        QTcpSocket* socket;     // null: gone while the others are being served
-        qint64 waiting = 0;     // after the last look
-        QElapsedTimer progress; // since when none of it has left
-        QElapsedTimer asked;    // since the system was asked whether the peer lives
+        QPointer<QTcpSocket> socket; // null: gone, perhaps while the others are being served
+        qint64 waiting = 0;          // after the last look
+        QElapsedTimer progress;      // since when none of it has left
+        QElapsedTimer asked;         // since the system was asked whether the peer lives
     };
 
+    [[nodiscard]] static bool trySendTo(QTcpSocket& socket,
+                                        std::span<const std::unique_ptr<QByteArray>> datagrams);
     static void sendTo(QTcpSocket& socket, std::span<const std::unique_ptr<QByteArray>> datagrams);
     static void notice(Client& client);
     static void end(QTcpSocket& socket);
@@ -44,7 +49,7 @@ private:
     static bool isDead(Client& client);
     void forgetRemoved();
 
-    std::vector<Client> m_clients;
+    std::list<Client> m_clients; // each stays where it is when others come and go from inside a write
     qint64 m_largestDatagram = 0;
     bool m_isSending = false;
 };

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "devicecontrol/vk410protocol/peerwatch.h"
+#include <QHostAddress>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
@@ -31,6 +32,19 @@ void watch(QTcpSocket& socket)
     set(descriptor, IPPROTO_TCP, TCP_KEEPIDLE, idleSeconds);
     set(descriptor, IPPROTO_TCP, TCP_KEEPINTVL, intervalSeconds);
     set(descriptor, IPPROTO_TCP, TCP_KEEPCNT, probes);
+}
+
+bool isDirect(const QTcpSocket& socket)
+{
+    sockaddr_storage address{};
+    socklen_t size = sizeof address;
+    const auto descriptor = static_cast<int>(socket.socketDescriptor());
+    auto* const peer = reinterpret_cast<sockaddr*>(&address);
+    if (descriptor < 0 || ::getpeername(descriptor, peer, &size) != 0)
+        return false;
+    // The port stands at the same place for both families.
+    return ntohs(reinterpret_cast<const sockaddr_in*>(&address)->sin_port) == socket.peerPort() &&
+           QHostAddress{peer}.isEqual(socket.peerAddress(), QHostAddress::TolerantConversion);
 }
 
 bool isDead(const QTcpSocket& socket)

@@ -11,6 +11,9 @@ namespace peerwatch {
 /// that, too.
 void watch(QTcpSocket& socket);
 
+/// Whether the socket's descriptor is the connection to its peer: behind a proxy it is another one's.
+[[nodiscard]] bool isDirect(const QTcpSocket& socket);
+
 /// Whether bytes are under way to a peer that has not answered for 10 s, several repetitions included. A peer
 /// that pauses answers, and is not dead.
 [[nodiscard]] bool isDead(const QTcpSocket& socket);

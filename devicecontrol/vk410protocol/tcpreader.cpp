@@ -34,6 +34,9 @@ constexpr qint64 bytesPerBlock = qint64{128} << 10;
 // What the socket itself takes in before it tells; the rest is taken from the system.
 constexpr qint64 bytesPerRead = qint64{16} << 10;
 
+// How often clients are looked after while the stream brings nothing.
+constexpr int mirrorLookMilliseconds = 1'000;
+
 void traceError(const QString& message, int line)
 {
     if ((ErrorHandler::Instance()->GetTraceMask() & tracemask::error) != 0)
@@ -59,7 +62,17 @@ TcpReader::TcpReader(const QString& address, unsigned short port, QObject* paren
         connect(m_socket, SIGNAL(connected()), parent, SLOT(SlotConnected()));
     if (hasSlot(parent, "ProcessDatagram(UdpDatagram*)"))
         connect(this, SIGNAL(si_newDatagram(UdpDatagram*)), parent, SLOT(ProcessDatagram(UdpDatagram*)));
-    connect(m_socket, &QAbstractSocket::connected, this, [this] { peerwatch::watch(*m_socket); });
+    connect(m_socket, &QAbstractSocket::connected, this, [this] {
+        // A host may have connected the socket again, by itself.
+        m_cutter->restart();
+        m_isDirect = peerwatch::isDirect(*m_socket);
+        peerwatch::watch(*m_socket);
+    });
+    connect(&m_mirrorLook, &QTimer::timeout, this, [this] {
+        if (m_mirror->count() == 0)
+            m_mirrorLook.stop();
+        tellCut(m_mirror->send({})); // nothing to send: stalled and dead clients go all the same
+    });
     m_socket->setReadBufferSize(bytesPerRead);
     m_socket->connectToHost(address, port, QIODevice::ReadOnly, QAbstractSocket::AnyIPProtocol);
     m_socket->waitForConnected(connectMilliseconds);
@@ -74,7 +87,6 @@ TcpReader::~TcpReader()
         m_socket->disconnect();
         m_socket->abort();
         m_socket->setParent(nullptr);
-        m_socket->deleteLater();
     }
     for (QTcpServer* const server : findChildren<QTcpServer*>())
         server->close();
@@ -86,6 +98,10 @@ bool TcpReader::StartMassDataMirror(const QString& address, unsigned short port)
     // Each call makes a server of its own; those before go on.
     auto* const server = new QTcpServer(this);
     connect(server, SIGNAL(newConnection()), this, SLOT(SlotNewConnection()));
+    // Qt stops accepting when the process has no descriptors left, for good.
+    connect(server, &QTcpServer::acceptError, server, [server] {
+        QTimer::singleShot(mirrorLookMilliseconds, server, [server] { server->resumeAccepting(); });
+    });
     return server->listen(QHostAddress(address), port);
 }
 
@@ -127,9 +143,12 @@ void TcpReader::SlotReadyRead()
         return;
     const QPointer<TcpReader> self = this; // whoever is told something may destroy the reader
     m_isReading = true;
-    const auto finish = qScopeGuard([&self] {
+    const auto finish = qScopeGuard([&self, socket = m_socket] {
         if (self)
             self->m_isReading = false;
+        else
+            socket
+                ->deleteLater(); // here: a receiver's own event loop would do it while the socket is at work
     });
     QElapsedTimer timer;
     timer.start();
@@ -172,7 +191,7 @@ qint64 TcpReader::read(char* to, qint64 size)
 {
     if (m_socket->bytesAvailable() > 0)
         return m_socket->read(to, size);
-    if (m_socket->state() != QAbstractSocket::ConnectedState)
+    if (!m_isDirect || m_socket->state() != QAbstractSocket::ConnectedState)
         return 0;
     // The end and errors are found by the socket itself at its next look.
     return ::recv(static_cast<int>(m_socket->socketDescriptor()), to, static_cast<std::size_t>(size),
@@ -181,7 +200,6 @@ qint64 TcpReader::read(char* to, qint64 size)
 
 void TcpReader::continueLater()
 {
-    m_isContinued = true;
     QMetaObject::invokeMethod(
         this,
         [this] {
@@ -189,6 +207,7 @@ void TcpReader::continueLater()
             SlotReadyRead();
         },
         Qt::QueuedConnection);
+    m_isContinued = true;
 }
 
 // Cuts and emits one by one, while there is no client: each datagram gets the memory that the one before has
@@ -269,11 +288,10 @@ void TcpReader::emitComplete(const QElapsedTimer& timer)
 void TcpReader::emitDatagram(Bytes bytes)
 {
     static const QMetaMethod signal = QMetaMethod::fromSignal(&TcpReader::si_newDatagram);
-    auto datagram = std::make_unique<UdpDatagram>(std::move(bytes));
     if (!isSignalConnected(signal))
         return; // nobody would own it
     try {
-        emit si_newDatagram(datagram.release());
+        emit si_newDatagram(std::make_unique<UdpDatagram>(std::move(bytes)).release());
     } catch (const std::exception& failure) {
         traceError(QStringLiteral("Exception while handling a datagram: ") +
                        QString::fromUtf8(failure.what()),
@@ -289,6 +307,7 @@ void TcpReader::SlotNewConnection()
     while (QTcpSocket* const client = server ? server->nextPendingConnection() : nullptr) {
         connect(client, SIGNAL(disconnected()), this, SLOT(SlotConnectionClosed()));
         m_mirror->add(client);
+        m_mirrorLook.start(mirrorLookMilliseconds);
     }
 }
 

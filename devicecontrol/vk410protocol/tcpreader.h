@@ -5,6 +5,7 @@
 #include "devicecontrol/vk410protocol/udpdatagram.h"
 #include <QObject>
 #include <QString>
+#include <QTimer>
 #include <deque>
 #include <memory>
 #include <vector>
@@ -17,7 +18,8 @@ class MirrorClients;
 /// Reads a receiver's mass-data stream and emits its datagrams; optionally a server that forwards them byte
 /// for byte. Owner:  socket, server and mirror clients are its children; the datagrams belong to who receives
 /// the signal. Thread: that of its event loop. A parent in another thread gets the datagrams queued. Errors:
-/// it neither reconnects nor reports a loss; who wants to know watches its child socket (`findChild`).
+/// it neither reconnects nor reports a loss; who wants to know watches its child socket (`findChild`). From a
+/// slot of that socket, or of a mirror client's, the reader goes by `deleteLater`.
 class Q_DECL_EXPORT TcpReader : public QObject {
     Q_OBJECT
 
@@ -80,9 +82,11 @@ private:
     QTcpSocket* m_socket;
     std::unique_ptr<DatagramCutter> m_cutter;
     std::deque<Bytes> m_complete; // cut and mirrored, not yet emitted
-    bool m_isDry = true;          // nothing has arrived behind the last datagram
-    bool m_isReading = false;     // a notification from inside a callback leaves the work to the outer one
-    bool m_isContinued = false;   // the next turn of the event loop goes on, notifications need not
+    QTimer m_mirrorLook;
+    bool m_isDirect = false;    // the socket's descriptor is the connection itself, no proxy's
+    bool m_isDry = true;        // nothing has arrived behind the last datagram
+    bool m_isReading = false;   // a notification from inside a callback leaves the work to the outer one
+    bool m_isContinued = false; // the next turn of the event loop goes on, notifications need not
     std::unique_ptr<MirrorClients> m_mirror;
     IMassDataObserver* m_observer = nullptr;
 };

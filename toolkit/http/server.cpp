@@ -85,8 +85,23 @@ bool Server::listen(const QHostAddress& address, std::uint16_t port)
 void Server::acceptWaiting()
 {
     // The others wait in the bounded queues of the server and of the system.
-    while (m_connections < m_limits.connections && m_server.hasPendingConnections())
-        accept(m_server.nextPendingConnection());
+    while (m_connections < m_limits.connections && m_server.hasPendingConnections()) {
+        QTcpSocket* const next = m_server.nextPendingConnection();
+        if (next->state() == QAbstractSocket::ConnectedState)
+            accept(next);
+        else
+            next->deleteLater(); // it went while it waited, and will not say so again
+    }
+}
+
+void Server::Listener::incomingConnection(qintptr descriptor)
+{
+    auto* const socket = new QTcpSocket{this};
+    socket->setReadBufferSize(longestHead);
+    if (socket->setSocketDescriptor(descriptor))
+        addPendingConnection(socket);
+    else
+        delete socket;
 }
 
 void Server::accept(QTcpSocket* socket)
@@ -103,7 +118,6 @@ void Server::accept(QTcpSocket* socket)
         QMetaObject::invokeMethod(this, &Server::acceptWaiting, Qt::QueuedConnection);
     });
     deadline->start(m_limits.headWithin);
-    socket->setReadBufferSize(longestHead);
     connect(socket, &QAbstractSocket::disconnected, deadline, [socket] { socket->deleteLater(); });
     connect(socket, &QIODevice::readyRead, deadline, [this, socket, deadline] { read(socket, deadline); });
     // Nobody listened while it waited for its turn.

@@ -71,7 +71,11 @@ private:
     Takeover m_takeover;
     Limits m_limits;
     int m_connections = 0;
-    QTcpServer m_server; // with the connections, which count themselves out
+    // Limits what a connection may fill before its turn comes.
+    class Listener : public QTcpServer {
+        void incomingConnection(qintptr descriptor) override;
+    };
+    Listener m_server; // with the connections, which count themselves out
 };
 
 } // namespace http

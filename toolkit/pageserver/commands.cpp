@@ -26,6 +26,9 @@ struct Limits {
 // What was found, in a few words.
 std::string shown(const Json& value)
 {
+    // Not taken apart: lists within lists would take the stack.
+    if (value.is_structured())
+        return value.is_array() ? "a list" : "an object";
     constexpr std::size_t mostShown = 40;
     const std::string text = value.dump(-1, ' ', true, Json::error_handler_t::replace);
     return text.size() <= mostShown ? text : text.substr(0, mostShown) + "...";

@@ -11,7 +11,8 @@ namespace {
 using Fields = values::DFSpectrumSample::Fields;
 
 constexpr double degree = std::numbers::pi / 180;
-constexpr double reachSteps = 2.5; // sightings of one emitter lie at most this far from each other
+constexpr std::size_t mostSightings = 50'000; // of scans that come too fast, or without a time
+constexpr double reachSteps = 2.5;            // sightings of one emitter lie at most this far from each other
 
 bool isBelievable(const Fields& sample)
 {
@@ -49,6 +50,8 @@ void Emitters::add(const DfPicture& picture)
     m_newestNs = picture.info.receivedNs;
     std::vector<Sighting> peaks;
     for (const values::ChannelRange& range : picture.grid.GetRanges()) {
+        if (range.count == 0)
+            continue;
         const std::size_t first = range.firstChannel - picture.grid.GetMinChannelId();
         const std::span<const Fields> samples = std::span{picture.samples}.subspan(first, range.count);
         for (std::size_t i = 0; i < samples.size(); ++i) {
@@ -63,6 +66,8 @@ void Emitters::add(const DfPicture& picture)
     peaks.resize(std::min(peaks.size(), mostPeaks));
     m_sightings.insert(m_sightings.end(), peaks.begin(), peaks.end());
     // Also what lies ahead: a playback may have been set back.
+    while (m_sightings.size() > mostSightings)
+        m_sightings.pop_front();
     std::erase_if(m_sightings, [this](const Sighting& each) {
         return each.atNs > m_newestNs || m_newestNs - each.atNs > keptNs;
     });

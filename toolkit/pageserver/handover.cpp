@@ -15,7 +15,11 @@ bool LevelGate::put(const values::ChannelRangeDefinition& grid, const TraceInfo&
 {
     const std::lock_guard lock{m_mutex};
     const bool wasEmpty = m_batch.traces == 0;
-    if (!wasEmpty && m_batch.grid == grid && m_batch.levels.size() == levels.size()) {
+    if (m_generation == 0 || !(m_grid == grid)) {
+        m_grid = grid;
+        ++m_generation;
+    }
+    if (!wasEmpty && m_batch.generation == m_generation && m_batch.levels.size() == levels.size()) {
         combine(levels);
         ++m_batch.traces;
     } else {
@@ -24,6 +28,7 @@ bool LevelGate::put(const values::ChannelRangeDefinition& grid, const TraceInfo&
         m_batch.highest.clear();
     }
     m_batch.grid = grid;
+    m_batch.generation = m_generation;
     m_batch.newest = info;
     m_batch.levels.assign(levels.begin(), levels.end());
     return wasEmpty;

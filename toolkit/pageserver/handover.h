@@ -14,6 +14,7 @@ namespace pageserver {
 
 /// Larger maps are not shown: a viewer could not draw them, and one frame would take 10 MB.
 inline constexpr std::size_t mostChannels = 1U << 20U;
+inline constexpr std::size_t mostGridRanges = 0xFFFF; // a frame counts them in 16 bits
 
 /// What is known about a trace besides its values.
 struct TraceInfo {
@@ -31,6 +32,7 @@ struct LevelBatch {
     TraceInfo newest;
     std::vector<short> levels; // of the newest; "no value" is values::noLevel
     quint64 traces = 0;
+    quint64 generation = 0; // of the grid: grows whenever it changes, also there and back
     // Of more than one trace, else empty.
     std::vector<short> highest;
     std::vector<short> lowest;
@@ -55,6 +57,8 @@ private:
 
     std::mutex m_mutex;
     LevelBatch m_batch;
+    values::ChannelRangeDefinition m_grid; // of the trace before
+    quint64 m_generation = 0;
 };
 
 /// A whole direction-finding map at one time.

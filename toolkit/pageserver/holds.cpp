@@ -7,7 +7,7 @@ namespace pageserver {
 
 void Holds::add(const LevelBatch& batch)
 {
-    if (m_max.size() != batch.levels.size() || !(m_grid == batch.grid))
+    if (m_max.size() != batch.levels.size() || m_generation != batch.generation)
         begin(batch);
     if (m_sinceNs == 0)
         m_sinceNs = batch.newest.receivedNs;
@@ -27,7 +27,7 @@ void Holds::add(const LevelBatch& batch)
 
 void Holds::begin(const LevelBatch& batch)
 {
-    m_grid = batch.grid;
+    m_generation = batch.generation;
     m_max.resize(batch.levels.size());
     m_min.resize(batch.levels.size());
     m_mean.assign(batch.levels.size(), 0.0F);

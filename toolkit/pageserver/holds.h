@@ -43,7 +43,7 @@ private:
     void begin(const LevelBatch& batch);
     void addToAverage(const LevelBatch& batch);
 
-    values::ChannelRangeDefinition m_grid;
+    quint64 m_generation = 0; // of the grid
     std::vector<short> m_max;
     std::vector<short> m_min;
     std::array<Slice, 11> m_slices; // the last 10, and the one that fills

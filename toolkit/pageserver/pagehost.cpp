@@ -15,6 +15,8 @@ namespace {
 constexpr qint64 shortestTakeMilliseconds = 5;
 // What the system keeps for a viewer that reads slowly would be shown to it late.
 constexpr int sendBufferBytes = 128 * 1024;
+constexpr qint64 mostWaitingBytes = 32 << 20; // more than the frames that a viewer may have to read
+constexpr int mostAskedPerSecond = 200;       // commands of all viewers: each takes the session's time
 
 bool containsIgnoringCase(std::string_view text, std::string_view part)
 {
@@ -84,6 +86,12 @@ PageHost::PageHost(About about, Handover& handover, PageFiles files, Ask ask)
         socket.setSocketOption(QAbstractSocket::SendBufferSizeSocketOption, sendBufferBytes);
         socket.setSocketOption(QAbstractSocket::LowDelayOption, 1);
         socket.setSocketOption(QAbstractSocket::KeepAliveOption, 1);
+        // Each ping is answered, whether the answers are read or not.
+        connect(&socket, &QIODevice::readyRead, &socket, [&socket] {
+            if (socket.bytesToWrite() > mostWaitingBytes)
+                QMetaObject::invokeMethod(
+                    &socket, [&socket] { socket.abort(); }, Qt::QueuedConnection);
+        });
         m_webSockets.handleConnection(&socket);
         return true;
     });
@@ -139,11 +147,22 @@ void PageHost::everySecond()
 {
     // Also without any, once there were some: a viewer has to see that they are gone.
     if (m_showcase.streams.newest(Stream::Df).number != 0)
-        ++m_showcase.emittersNumber;
+        lookAtEmitters();
+    m_asked = 0;
     for (const auto& [id, viewer] : m_viewers) {
         if (viewer->isStalled())
             viewer->cut();
+        if (viewer->isGone())
+            emit viewer->left();
     }
+}
+
+// Once for all viewers: it is work.
+void PageHost::lookAtEmitters()
+{
+    ++m_showcase.emittersNumber;
+    m_showcase.emitters =
+        QString::fromUtf8(messages::bytes(messages::emitters(m_showcase.streams.emitters())));
 }
 
 bool PageHost::mayBecomeViewer(const http::Request& request) const
@@ -155,6 +174,11 @@ void PageHost::welcome()
 {
     while (QWebSocket* const next = m_webSockets.nextPendingConnection()) {
         std::unique_ptr<QWebSocket> socket{next};
+        // Several may have been let in at once, and some may have gone meanwhile.
+        if (m_showcase.viewers >= mostViewers || !socket->isValid()) {
+            socket->abort();
+            continue;
+        }
         socket->setMaxAllowedIncomingFrameSize(longestCommand);
         socket->setMaxAllowedIncomingMessageSize(longestCommand);
         auto viewer = std::make_unique<Viewer>(std::move(socket), m_showcase, m_handover.viewerSkipped);
@@ -189,15 +213,26 @@ void PageHost::follow(quint64 id, Viewer& viewer, const Command& command)
 {
     if (const auto* const wish = std::get_if<Subscribe>(&command))
         return viewer.subscribe(*wish);
-    if (std::holds_alternative<ResetHolds>(command))
-        return m_showcase.streams.resetHolds();
-    if (const auto* const average = std::get_if<SetAverage>(&command))
-        return m_showcase.streams.setAveraged(average->count);
-    if (m_pending >= mostPending)
+    if (std::holds_alternative<ResetHolds>(command)) {
+        m_showcase.streams.resetHolds();
+        return showAgain();
+    }
+    if (const auto* const average = std::get_if<SetAverage>(&command)) {
+        m_showcase.streams.setAveraged(average->count);
+        return showAgain();
+    }
+    if (m_pending >= mostPending || ++m_asked > mostAskedPerSecond)
         throw BadCommand{std::string(nameOf(command)),
                          "expected fewer commands at once; try again when these are done"};
     ++m_pending;
     m_ask(id, command);
+}
+
+void PageHost::showAgain()
+{
+    for (const auto& [id, viewer] : m_viewers)
+        viewer->outdate();
+    pumpAll();
 }
 
 void PageHost::answer(quint64 viewer, const std::string& command, const std::optional<std::string>& text)

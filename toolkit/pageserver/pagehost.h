@@ -53,6 +53,8 @@ private:
     void take();
     void pumpAll();
     void everySecond();
+    void lookAtEmitters();
+    void showAgain();
     [[nodiscard]] bool mayBecomeViewer(const http::Request& request) const;
     void welcome();
     void hear(quint64 id, Viewer& viewer, const QString& text);
@@ -69,6 +71,7 @@ private:
     QWebSocketServer m_webSockets; // gets its connections from m_http
     std::map<quint64, std::unique_ptr<Viewer>> m_viewers;
     quint64 m_lastId = 0;
+    int m_asked = 0; // in this second
     int m_pending = 0;
     QTimer m_takeTimer;
     QElapsedTimer m_sinceTake;

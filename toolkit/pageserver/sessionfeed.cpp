@@ -19,6 +19,7 @@ constexpr std::size_t mostRanges = 1'000; // that viewers may add
 
 // Pictures of a direction-finding map: where a sweep ends, but not more often than displays can show; within
 // long sweeps now and then; of large maps less often, so that copying stays below a hundredth of the time.
+constexpr double mostDropped = 0.95; // of what a demo sends
 constexpr qint64 dfSweepMilliseconds = 20;
 constexpr qint64 dfProgressMilliseconds = 100;
 constexpr std::size_t dfChannelsPerMillisecond = 10'000;
@@ -99,7 +100,7 @@ TraceInfo SessionFeed::infoOf(const values::MappingBase& map, quint64 number)
     m_deviceNs = static_cast<qint64>(map.GetTimeStamp() * 1000);
     return {number,
             m_deviceNs,
-            m_session.lastReceivedNs(),
+            m_session.lastReceivedNs() != 0 ? m_session.lastReceivedNs() : m_deviceNs,
             m_session.lostOnTheWire(),
             played != nullptr,
             played && played->isPaused()};
@@ -107,12 +108,13 @@ TraceInfo SessionFeed::infoOf(const values::MappingBase& map, quint64 number)
 
 void SessionFeed::handOver(LevelGate& gate, quint64& number, const receiver::CountedLevelMap& map)
 {
-    ++number;
     const std::span<const short> levels = map.GetValues();
-    m_isTooLarge = m_isTooLarge || levels.size() > mostChannels;
-    if (levels.empty() || levels.size() > mostChannels)
+    const bool isTooLarge =
+        levels.size() > mostChannels || map.GetChannelRangeDefinition().GetRanges().size() > mostGridRanges;
+    m_isTooLarge = m_isTooLarge || isTooLarge;
+    if (levels.empty() || isTooLarge)
         return;
-    if (gate.put(map.GetChannelRangeDefinition(), infoOf(map, number), levels))
+    if (gate.put(map.GetChannelRangeDefinition(), infoOf(map, ++number), levels))
         m_wake();
 }
 
@@ -128,7 +130,8 @@ void SessionFeed::handOverDf(bool endsSweep)
     const std::span<const values::DFSpectrumSample> samples = map.GetValues();
     const auto longest = static_cast<qint64>(samples.size() / dfChannelsPerMillisecond);
     const qint64 pause = std::max(endsSweep ? dfSweepMilliseconds : dfProgressMilliseconds, longest);
-    const bool isTooLarge = samples.size() > mostChannels;
+    const bool isTooLarge =
+        samples.size() > mostChannels || map.GetChannelRangeDefinition().GetRanges().size() > mostGridRanges;
     m_isTooLarge = m_isTooLarge || isTooLarge;
     // A map that has just got its grid has no stamp yet, and nothing to show.
     if (samples.empty() || isTooLarge || map.GetTimeStamp() == 0 || !m_sinceDf.hasExpired(pause))
@@ -322,6 +325,8 @@ void SessionFeed::perform(const SetFaults& faults)
                 wanted.*member = probability;
         }
     }
+    // A simulator that loses everything would look for a datagram to send for ever.
+    wanted.drop = std::min(wanted.drop, mostDropped);
     m_surroundings.setFaults(wanted);
 }
 

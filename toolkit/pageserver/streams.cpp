@@ -3,6 +3,12 @@
 
 namespace pageserver {
 
+namespace {
+
+constexpr std::size_t mostKeptFrames = 4;
+
+} // namespace
+
 void Streams::take(Handover& handover)
 {
     take(Stream::Panorama, handover.panorama);
@@ -38,6 +44,9 @@ const QByteArray& Streams::frame(Stream stream, std::uint16_t arrays)
 {
     Shown& shown = at(stream);
     const std::uint16_t present = stream == Stream::Df ? std::uint16_t{AllArrays} : arrays;
+    // Every choice of arrays is another frame; viewers hardly want more than these.
+    if (shown.frames.size() >= mostKeptFrames && !shown.frames.contains(present))
+        shown.frames.clear();
     const auto [place, isNew] = shown.frames.try_emplace(present);
     if (!isNew)
         return place->second;
@@ -80,12 +89,20 @@ void Streams::resetHolds()
 {
     for (Levels& levels : m_levels)
         levels.holds.reset();
+    forgetFrames();
+}
+
+void Streams::forgetFrames()
+{
+    for (Shown& shown : m_shown)
+        shown.frames.clear();
 }
 
 void Streams::setAveraged(unsigned traces)
 {
     for (Levels& levels : m_levels)
         levels.holds.setAveraged(traces);
+    forgetFrames();
 }
 
 } // namespace pageserver

@@ -45,6 +45,7 @@ private:
     {
         return m_shown[static_cast<std::size_t>(stream) - 1];
     }
+    void forgetFrames();
     [[nodiscard]] Shown& at(Stream stream) { return m_shown[static_cast<std::size_t>(stream) - 1]; }
     void take(Stream stream, LevelGate& gate);
     void show(Stream stream, const TraceInfo& info, const values::ChannelRangeDefinition& grid);

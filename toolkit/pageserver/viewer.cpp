@@ -36,7 +36,11 @@ Viewer::Viewer(std::unique_ptr<QWebSocket> socket, Showcase& showcase, std::atom
     });
 }
 
-Viewer::~Viewer() = default;
+Viewer::~Viewer()
+{
+    // Closing the socket writes, and says so.
+    m_socket->disconnect(this);
+}
 
 bool Viewer::hasRoom() const
 {
@@ -93,7 +97,7 @@ void Viewer::sendTexts()
         send(messages::ranges(board.ranges()));
     const quint64 emitters = m_showcase.emittersNumber;
     if (std::exchange(m_emittersNumber, emitters) != emitters)
-        send(messages::emitters(m_showcase.streams.emitters()));
+        m_socket->sendTextMessage(m_showcase.emitters);
 }
 
 void Viewer::sendFrames()
@@ -148,6 +152,17 @@ void Viewer::tell(const messages::Json& message)
 {
     if (hasRoom())
         send(message);
+}
+
+void Viewer::outdate()
+{
+    for (Sent& sent : m_sent)
+        sent.isOutdated = true;
+}
+
+bool Viewer::isGone() const
+{
+    return !m_socket->isValid() && m_socket->bytesToWrite() == 0;
 }
 
 bool Viewer::isStalled() const

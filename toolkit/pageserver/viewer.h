@@ -22,6 +22,7 @@ struct Showcase {
     Board board;
     Streams streams;
     quint64 emittersNumber = 0; // grows with each look at the emitters
+    QString emitters{};         // what was seen then, as all viewers get it
     int viewers = 0;
 };
 
@@ -47,6 +48,12 @@ public:
 
     /// An answer to this viewer alone; dropped when it does not read.
     void tell(const messages::Json& message);
+
+    /// The newest frames are not what they should be any more: it gets them again.
+    void outdate();
+
+    /// Whether its connection is over; it may have been before the viewer was there.
+    [[nodiscard]] bool isGone() const;
 
     /// Whether it has read nothing for a minute although something waited for it.
     [[nodiscard]] bool isStalled() const;

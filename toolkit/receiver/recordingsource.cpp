@@ -153,10 +153,14 @@ void RecordingSource::end()
 
 void RecordingSource::setPaused(bool isPaused)
 {
+    if (!isPaused && m_hasEnded) { // once more
+        m_isPaused = false;
+        return seek(m_playback.fromSeconds);
+    }
     if (isPaused == m_isPaused)
         return;
     m_isPaused = isPaused;
-    if (!isPaused && !m_hasEnded) {
+    if (!isPaused) {
         countFromHere();
         m_timer.start(0);
     }

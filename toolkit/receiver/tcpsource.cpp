@@ -97,7 +97,10 @@ void TcpSource::probe()
 
 void TcpSource::buildReader()
 {
+    if (!m_probe || m_retry.isActive())
+        return; // the probe's connection broke at once; the next try is under way
     m_probe.reset();
+    forgetReader().reset();
     m_reader = std::make_unique<TcpReader>(QString::fromStdString(m_spec.host), m_spec.port, this);
     m_reader->SetMassDataObserver(m_observer);
     auto* const socket = m_reader->findChild<QTcpSocket*>();

@@ -215,6 +215,38 @@ TEST_F(TcpReaderLife, GivesUpAReceiverThatDoesNotAnswerForThreeSeconds)
     ::close(listener);
 }
 
+TEST_F(TcpReaderLife, MayBeDestroyedInAReceiversOwnEventLoop)
+{
+    const QPointer<QTcpSocket> socket = reader->findChild<QTcpSocket*>();
+    parent.onDatagram = [&] {
+        QEventLoop nested;
+        QTimer::singleShot(0, &nested, [&] { reader.reset(); });
+        QTimer::singleShot(50, &nested, &QEventLoop::quit);
+        nested.exec();
+        EXPECT_FALSE(socket.isNull()); // it is still at work below this
+    };
+    receiver.send(joined({numbered(1, 40), numbered(2, 40)}));
+    ASSERT_TRUE(datagramsArrive(1));
+    ASSERT_TRUE(waitUntil([&] { return socket.isNull(); }));
+    EXPECT_EQ(parent.datagrams.size(), 1U);
+}
+
+TEST_F(TcpReaderLife, ReadsOnWhenItsHostConnectsTheSocketAgain)
+{
+    const Bytes half = numbered(1, 40);
+    receiver.send(Bytes(half.begin(), half.begin() + 30));
+    auto* const socket = reader->findChild<QTcpSocket*>();
+    ASSERT_TRUE(waitUntil(
+        [&] { return receiver.connection()->bytesToWrite() == 0 && socket->bytesAvailable() == 0; }));
+    TcpReceiver other;
+    socket->abort();
+    socket->connectToHost(QHostAddress::LocalHost, other.port(), QIODevice::ReadOnly);
+    ASSERT_TRUE(socket->waitForConnected());
+    other.send(numbered(2, 50));
+    ASSERT_TRUE(datagramsArrive(1));
+    EXPECT_THAT(parent.datagrams, ElementsAre(numbered(2, 50)));
+}
+
 enum class Moment { Idle, MiddleOfADatagram, DatagramsWaiting };
 
 class TcpReaderDestruction : public testing::TestWithParam<Moment> {};

@@ -294,4 +294,45 @@ TEST_F(TcpReaderMirror, DoesNotTakeAClientForStalledBecauseTheEventLoopStoodStil
     EXPECT_THAT(observer.cut, IsEmpty());
 }
 
+TEST_F(TcpReaderMirror, SurvivesTheDestructionOfItsServerAndOfServedSockets)
+{
+    const unsigned short port = mirror();
+    MirrorClient first{port};
+    MirrorClient second{port};
+    ASSERT_TRUE(waitUntil([&] { return reader->MirrorClientCount() == 2; }));
+    delete reader->findChild<QTcpServer*>()->findChildren<QTcpSocket*>().first();
+    EXPECT_EQ(reader->MirrorClientCount(), 1);
+    receiver.send(numbered(1, 40));
+    ASSERT_TRUE(datagramsArrive(1));
+    delete reader->findChild<QTcpServer*>();
+    EXPECT_EQ(reader->MirrorClientCount(), 0);
+    EXPECT_EQ(reader->MirrorBytesWaiting(), 0);
+    receiver.send(numbered(2, 40));
+    ASSERT_TRUE(datagramsArrive(2));
+}
+
+TEST_F(TcpReaderMirror, GivesAClientForWhichNothingWaitedItsTimeForALargeDatagram)
+{
+    const unsigned short port = mirror();
+    QTcpSocket client;
+    connectSilently(client, port);
+    QThread::msleep(5'200); // longer than a stalled client has
+    receiver.send(numbered(1, 20'000'000));
+    ASSERT_TRUE(datagramsArrive(1));
+    EXPECT_GT(reader->MirrorBytesWaiting(), 8 << 20);
+    EXPECT_THAT(observer.cut, IsEmpty());
+}
+
+TEST_F(TcpReaderMirror, CutsAStalledClientWhileTheStreamBringsNothing)
+{
+    const unsigned short port = mirror();
+    QTcpSocket silent;
+    connectSilently(silent, port);
+    sendUntilWaiting(9 << 20);
+    QElapsedTimer timer;
+    timer.start();
+    EXPECT_TRUE(waitUntil([&] { return !observer.cut.empty(); }, 20'000));
+    EXPECT_GE(timer.elapsed(), 3'900);
+}
+
 } // namespace
