@@ -148,6 +148,16 @@ TEST(DatagramCutter, ReadsALargeDatagramStraightIntoItsOwnMemory)
     EXPECT_LT(asked.size(), 10U);
 }
 
+TEST(DatagramCutter, GivesTheStreamUpAtEveryLengthBelowAHeader)
+{
+    for (quint32 length = 0; length < 16; ++length) {
+        ChunkedStream stream{{datagram(1, 40), wire::DatagramWriter{}.claimTotalLength(length).build()}};
+        DatagramCutter cutter{reading(stream)};
+        EXPECT_THAT(cutAll(stream, cutter), ElementsAre(datagram(1, 40))) << length;
+        EXPECT_EQ(cutter.brokenAt(), length);
+    }
+}
+
 TEST(DatagramCutter, ReadsNothingMoreOfABrokenStream)
 {
     ChunkedStream stream{
