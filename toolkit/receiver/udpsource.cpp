@@ -47,14 +47,15 @@ void UdpSource::takeWhatWaits()
 Source::Facts UdpSource::facts() const
 {
     Facts facts;
+    const std::uint16_t port = m_socket ? m_socket->local().port : m_spec.port;
     facts.name =
         fmt::format("udp {}{}:{}", m_spec.group.isNull() ? "" : m_spec.group.toString().toStdString() + "@",
-                    m_spec.address.isNull() ? "any" : m_spec.address.toString().toStdString(), m_spec.port);
+                    m_spec.address.isNull() ? "any" : m_spec.address.toString().toStdString(), port);
     facts.bufferAsked = m_bufferBytes;
     facts.silence =
         fmt::format("does the receiver send to UDP port {} of this machine? 'sudo tcpdump -c 3 -ni any udp "
                     "port {}' shows what comes, 'ip address' where to",
-                    m_spec.port, m_spec.port);
+                    port, port);
     if (!m_socket) {
         facts.state = "not started";
         return facts;
