@@ -69,6 +69,8 @@ TcpReader::TcpReader(const QString& address, unsigned short port, QObject* paren
         peerwatch::watch(*m_socket);
     });
     connect(&m_mirrorLook, &QTimer::timeout, this, [this] {
+        if (m_isReading) // in a receiver's own event loop: the clients are looked after anyway
+            return;
         if (m_mirror->count() == 0)
             m_mirrorLook.stop();
         tellCut(m_mirror->send({})); // nothing to send: stalled and dead clients go all the same

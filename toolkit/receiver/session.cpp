@@ -181,9 +181,10 @@ void Session::addTap(Tap tap)
 
 void Session::take(Received received)
 {
-    if (m_sinceLast.isValid() && m_sinceLast.hasExpired(silenceMilliseconds))
+    if (!m_sinceLast.isValid())
+        m_sinceLast.start();
+    else if (m_sinceLast.restart() > silenceMilliseconds)
         m_ledger.followSilence();
-    m_sinceLast.start();
     m_lastReceivedNs = received.receivedNs;
     // The ledger counts what is missing when the datagram is through; its traces want to know before.
     if (received.datagram->IsValid() && received.datagram->HasSeqNumber())
