@@ -1,5 +1,16 @@
 # SPDX-License-Identifier: MIT
-# What every target of the project shares: warnings, sanitizers, and the shapes of libraries, tests and benchmarks.
+# What every target of the project shares: language, warnings, sanitizers, and the shapes of libraries, tests and benchmarks.
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+option(VK410_WERROR "Treat warnings as errors" ${PROJECT_IS_TOP_LEVEL})
+set(VK410_SANITIZE "" CACHE STRING "Value for -fsanitize=, empty for none")
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
 # Warnings and sanitizers of our own targets; never handed on to users of the libraries.
 add_library(vk410_strict INTERFACE)
@@ -23,15 +34,24 @@ if(VK410_SANITIZE)
     target_compile_definitions(vk410_strict INTERFACE VK410_PLAIN_LOOPS)
 endif()
 
-# A shared library of the project: hidden symbols, SOVERSION, headers compiled on their own.
+# What links against one minor version of 0.x need not run with the next one: the package says the same.
+set(VK410_SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+
+# A shared library of the project: hidden symbols, SOVERSION, headers compiled on their own. Its file has the project's
+# name in front, since system folders hold the libraries of others, too.
 function(vk410_shared_library name)
+    set(file_name vk410${name})
+    if(name MATCHES "^vk410")
+        set(file_name ${name})
+    endif()
     set_target_properties(${name} PROPERTIES
+        OUTPUT_NAME ${file_name}
         CXX_VISIBILITY_PRESET hidden
         VISIBILITY_INLINES_HIDDEN ON
         VERIFY_INTERFACE_HEADER_SETS ON
         INSTALL_RPATH "$ORIGIN" # the installed tree can be moved as a whole
         VERSION ${PROJECT_VERSION}
-        SOVERSION ${PROJECT_VERSION_MAJOR})
+        SOVERSION ${VK410_SOVERSION})
 endfunction()
 
 # Installs the targets of one CMake package: libraries, headers, export file and package configuration.
@@ -44,7 +64,7 @@ function(vk410_install_package package)
     set(where ${CMAKE_INSTALL_LIBDIR}/cmake/${package})
     install(EXPORT ${package} NAMESPACE vk410:: FILE ${package}Targets.cmake DESTINATION ${where}
         COMPONENT development)
-    configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/${package}Config.cmake.in
+    configure_package_config_file(${CMAKE_CURRENT_FUNCTION_LIST_DIR}/${package}Config.cmake.in
         ${PROJECT_BINARY_DIR}/${package}Config.cmake INSTALL_DESTINATION ${where})
     write_basic_package_version_file(${PROJECT_BINARY_DIR}/${package}ConfigVersion.cmake
         COMPATIBILITY SameMinorVersion)
