@@ -95,22 +95,21 @@ void copy(benchmark::State& state)
     setBytes(state);
 }
 
-// From datagram to map, with as many blanked intervals of four channels.
-void block(benchmark::State& state)
+// A block on its way from datagram to map.
+void fromDatagramToMap(benchmark::State& state, std::size_t count, const ScanRangeContainer& jobs,
+                       std::int64_t blankedIntervals)
 {
     support::EffectLog log;
     support::FreshValueTree tree;
     const auto commands = tree->Create<values::ValueSelection>(
         "/RX", "DRVCOMMANDS", std::vector<values::ValueSelection::Entry>{{23, "DF"}});
     const auto map = tree->Create<values::DFSpectrumMap>("/RX/KRT", "RXBEARINGMAPPING");
-    const auto count = static_cast<std::size_t>(state.range(0));
     MdpDFPScan processor{nullptr};
     processor.Init("/RX");
-    processor.SlotNewOrModifiedScanRanges(
-        {support::scanRange(100'000'000, 100'000'000 + (count - 1) * 25'000, 25'000, 7)});
+    processor.SlotNewOrModifiedScanRanges(jobs);
     const auto suppress = FreqStore::Instance()->GetLocalSuppressRange();
-    for (int i = 0; i < state.range(1); ++i) {
-        const double start = 100e6 + i * 16 * 25e3;
+    for (std::int64_t i = 0; i < blankedIntervals; ++i) {
+        const double start = 100e6 + static_cast<double>(i) * 16 * 25e3;
         suppress->AddRange(start, start + 3 * 25e3);
     }
     VK410Processor dispatcher{false};
@@ -127,12 +126,39 @@ void block(benchmark::State& state)
     const auto receive = [&] { dispatcher.ProcessDatagram(new UdpDatagram{support::received(bytes)}); };
     receive();
     std::int64_t blanked = 0;
-    for (const Sample& sample : map->GetValues())
+    std::int64_t valid = 0;
+    for (const Sample& sample : map->GetValues()) {
         blanked += sample.getValidity() == Sample::Validity::Blanked ? 1 : 0;
-    bench::require(blanked == 4 * state.range(1), "four blanked channels for each interval");
+        valid += sample.getValidity() == Sample::Validity::Valid ? 1 : 0;
+    }
+    bench::require(blanked == 4 * blankedIntervals, "four blanked channels for each interval");
+    bench::require(blanked + valid == static_cast<std::int64_t>(count),
+                   "every channel of the block in the map");
     for (auto _ : state)
         receive();
     setBytes(state);
+}
+
+// With as many blanked intervals of four channels.
+void block(benchmark::State& state)
+{
+    const auto count = static_cast<std::size_t>(state.range(0));
+    fromDatagramToMap(state, count,
+                      {support::scanRange(100'000'000, 100'000'000 + (count - 1) * 25'000, 25'000, 7)},
+                      state.range(1));
+}
+
+// A block of 1,000 channels that belongs to the first of as many jobs.
+void blockAmongJobs(benchmark::State& state)
+{
+    constexpr quint64 width = 1'000 * 25'000;
+    ScanRangeContainer jobs;
+    for (quint64 i = 0; i < static_cast<quint64>(state.range(0)); ++i) {
+        const quint64 start = 100'000'000 + i * width;
+        jobs.push_back(
+            support::scanRange(start, start + width - 25'000, 25'000, static_cast<quint32>(7 + i)));
+    }
+    fromDatagramToMap(state, 1'000, jobs, 0);
 }
 
 // Blanked channels of 100 scan ranges next to each other, each of which many given ranges meet.
@@ -159,8 +185,10 @@ BENCHMARK(plainLoop)->Arg(1'000)->Arg(16'000);
 BENCHMARK(copy)->Arg(1'000)->Arg(16'000);
 BENCHMARK(convert)->Arg(1'000)->Arg(16'000);
 BENCHMARK(convert)->Name("convertBesideCopy")->Arg(1'000)->Arg(16'000);
-BENCHMARK(block)->Args({16'000, 0})->Args({16'000, 1'000})->Args({60'000, 0})->Args({60'000, 3'750});
-BENCHMARK(rebuild)->Arg(100)->Arg(10'000);
+BENCHMARK(block)->Args({16'000, 0})->Args({16'000, 10})->Args({16'000, 100})->Args({16'000, 1'000});
+BENCHMARK(block)->Args({60'000, 0})->Args({60'000, 3'750});
+BENCHMARK(blockAmongJobs)->Arg(1)->Arg(10)->Arg(100)->Arg(1'000);
+BENCHMARK(rebuild)->Arg(100)->Arg(1'000)->Arg(10'000);
 
 } // namespace
 
@@ -172,11 +200,13 @@ int main(int argc, char** argv)
             return "copy" + size;
         if (name.starts_with("convert"))
             return "plainLoop" + size;
-        if (name == "block/16000/1000")
+        if (name.starts_with("block/16000/") && name != "block/16000/0")
             return "block/16000/0";
         if (name == "block/60000/3750")
             return "block/60000/0";
-        if (name == "rebuild/10000")
+        if (name.starts_with("blockAmongJobs") && size != "/1")
+            return "blockAmongJobs/1";
+        if (name.starts_with("rebuild") && size != "/100")
             return "rebuild/100";
         return {};
     });

@@ -119,8 +119,8 @@ void plainRelay(benchmark::State& state)
     state.SetBytesProcessed(static_cast<std::int64_t>(relayed));
 }
 
-BENCHMARK(mirror)->Arg(1)->Arg(4)->Arg(16);
-BENCHMARK(plainRelay)->Arg(1)->Arg(4)->Arg(16);
+BENCHMARK(mirror)->Arg(1)->Arg(4)->Arg(16)->Arg(64);
+BENCHMARK(plainRelay)->Arg(1)->Arg(4)->Arg(16)->Arg(64);
 
 // A steady stream of a gigabit a second, and what waits in the process meanwhile.
 void printPaced(int count)

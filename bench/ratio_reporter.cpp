@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace bench {
@@ -21,6 +23,13 @@ double quantile(std::vector<double> values, double q)
 {
     std::sort(values.begin(), values.end());
     return values[static_cast<std::size_t>(q * static_cast<double>(values.size() - 1) + 0.5)];
+}
+
+/// Half the distance of the quartiles, as a part of the median.
+double spreadOf(const Samples& samples)
+{
+    const double median = quantile(samples.nanoseconds, 0.5);
+    return (quantile(samples.nanoseconds, 0.75) - quantile(samples.nanoseconds, 0.25)) / 2 / median;
 }
 
 class Collector : public benchmark::BenchmarkReporter {
@@ -44,6 +53,18 @@ public:
         }
     }
 
+    void write(const std::string& path, const std::string& program,
+               const std::function<std::string(const std::string&)>& peerOf) const
+    {
+        std::ofstream file{path, std::ios::app};
+        for (const auto& [name, samples] : m_samples)
+            file << "{\"program\":\"" << program << "\",\"name\":\"" << name
+                 << "\",\"ns\":" << quantile(samples.nanoseconds, 0.5)
+                 << ",\"wall_ns\":" << quantile(samples.wall, 0.5) << ",\"spread\":" << spreadOf(samples)
+                 << ",\"bytes\":" << samples.bytes << ",\"peer\":\"" << peerOf(name) << "\"}\n";
+        require(file.flush().good(), "results that can be written");
+    }
+
     void print(const std::function<std::string(const std::string&)>& peerOf) const
     {
         std::printf("%-44s %12s %8s %9s %8s %8s  %s\n", "benchmark", "median ns", "spread", "GB/s", "ratio",
@@ -56,8 +77,7 @@ private:
     void printLine(const std::string& name, const Samples& samples, const std::string& peer) const
     {
         const double median = quantile(samples.nanoseconds, 0.5);
-        const double spread = (quantile(samples.nanoseconds, 0.75) - quantile(samples.nanoseconds, 0.25)) / 2;
-        std::printf("%-44s %12.1f %7.1f%%", name.c_str(), median, 100 * spread / median);
+        std::printf("%-44s %12.1f %7.1f%%", name.c_str(), median, 100 * spreadOf(samples));
         if (samples.bytes > 0)
             std::printf(" %9.2f", samples.bytes / median);
         else
@@ -77,6 +97,14 @@ private:
 int runWithRatios(int argc, char** argv, const std::function<std::string(const std::string&)>& peerOf)
 {
     std::vector<std::string> words(argv, argv + argc);
+    std::string results;
+    std::erase_if(words, [&results](const std::string& word) {
+        constexpr std::string_view option = "--results=";
+        if (!word.starts_with(option))
+            return false;
+        results = word.substr(option.size());
+        return true;
+    });
     // Short and often, in random order, so that what else the machine does meets all of them alike.
     words.insert(words.begin() + 1, {"--benchmark_repetitions=9", "--benchmark_min_time=0.05",
                                      "--benchmark_enable_random_interleaving=true"});
@@ -90,6 +118,8 @@ int runWithRatios(int argc, char** argv, const std::function<std::string(const s
     Collector collector;
     benchmark::RunSpecifiedBenchmarks(&collector);
     collector.print(peerOf);
+    if (!results.empty())
+        collector.write(results, words.front().substr(words.front().rfind('/') + 1), peerOf);
     return 0;
 }
 

@@ -11,7 +11,8 @@ namespace bench {
 /// (half the distance of the quartiles), bytes a second, and the ratio of its median to that of its peer:
 /// of processor time, and by the clock, which differ where other threads work or wait.
 /// `peerOf` gives the name of a benchmark's peer, from its own name; an empty one: no peer.
-/// Result: what `main` returns.
+/// With --results=FILE each line also goes there, as a JSON object: program, name, ns, wall_ns, spread,
+/// bytes, peer. Result: what `main` returns.
 int runWithRatios(int argc, char** argv, const std::function<std::string(const std::string&)>& peerOf);
 
 /// Stops with a message when a benchmark's result is not what the plain decoder says.
