@@ -13,11 +13,13 @@
 
 namespace wire {
 
+/// Bytes of a datagram or of a part of it.
 using Bytes = std::vector<unsigned char>;
 
 /// An optional header, zeroed, to be filled field by field in the byte order of its attribute.
 class OptHeaderWriter {
 public:
+    /// A header of `size` bytes, all 0.
     explicit OptHeaderWriter(std::size_t size, ByteOrder order = ByteOrder::Big)
         : m_bytes(size)
         , m_order(order)
@@ -32,6 +34,7 @@ public:
         return *this;
     }
 
+    /// The header so far.
     [[nodiscard]] const Bytes& bytes() const { return m_bytes; }
 
 private:
@@ -52,12 +55,14 @@ public:
         m_magicOrder = order;
         return *this;
     }
+    /// Number of the datagram; 0 at first.
     DatagramWriter& sequence(std::uint16_t number)
     {
         m_sequence = number;
         return *this;
     }
 
+    /// Begins an attribute in the form that its tag has.
     DatagramWriter& attribute(std::uint32_t tag, std::uint32_t channel = 0)
     {
         m_attributes.emplace_back();
@@ -79,6 +84,7 @@ public:
         last().count = items;
         return *this;
     }
+    /// The optional header, as it is.
     DatagramWriter& optHeader(const Bytes& header)
     {
         last().optHeader = header;
@@ -139,6 +145,7 @@ public:
         return *this;
     }
 
+    /// The datagram from all that was given so far.
     [[nodiscard]] Bytes build() const
     {
         Bytes out(datagram::headerSize);

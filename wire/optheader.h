@@ -13,6 +13,7 @@ namespace wire {
 /// How the bytes of one optional-header field are read.
 enum class FieldKind : std::uint8_t { Signed8, Signed16, Signed32, Signed64, Float32, Bytes8 };
 
+/// Bytes that a field takes.
 [[nodiscard]] constexpr std::size_t widthOf(FieldKind kind)
 {
     switch (kind) {
@@ -32,9 +33,9 @@ enum class FieldKind : std::uint8_t { Signed8, Signed16, Signed32, Signed64, Flo
 
 /// One line of an optional header's table. Fields that nobody interprets are called after their offset.
 struct NamedField {
-    std::string_view name;
-    FieldKind kind;
-    std::size_t offset;
+    std::string_view name; // as `vk410 inspect --explain` shows it
+    FieldKind kind;        // width and sign
+    std::size_t offset;    // from the start of the header
 };
 
 namespace detail {
@@ -55,6 +56,7 @@ template <std::size_t N>
 /// Tag 301. The only optional header that the reader itself turns to host order.
 namespace opt301 {
 using enum FieldKind;
+/// Bytes of the whole header, and its table.
 inline constexpr std::size_t size = 34;
 inline constexpr std::array<NamedField, 10> fields{{{"word0", Signed32, 0},
                                                     {"word4", Signed32, 4},
@@ -72,12 +74,14 @@ static_assert(detail::isPacked(fields, size));
 /// IF panorama (tag 501). Stays in wire order; its reader converts.
 namespace ifpan {
 using enum FieldKind;
-inline constexpr Field<std::int32_t> centreFrequencyLow{0}; // Hz, low half of 64 bits
-inline constexpr Field<std::int32_t> span{4};               // Hz
-inline constexpr Field<std::int32_t> centreFrequencyHigh{16};
-inline constexpr Field<std::int64_t> timeStamp{32}; // ns since 1970; 0: none
-inline constexpr Field<std::int32_t> stepNumerator{40};
-inline constexpr Field<std::int32_t> stepDenominator{44};
+inline constexpr Field<std::int32_t> centreFrequencyLow{0};   // Hz, low half of 64 bits
+inline constexpr Field<std::int32_t> span{4};                 // Hz
+inline constexpr Field<std::int32_t> centreFrequencyHigh{16}; // high half
+inline constexpr Field<std::int64_t> timeStamp{32};           // ns since 1970; 0: none
+inline constexpr Field<std::int32_t> stepNumerator{40};       // step = numerator / denominator, Hz
+inline constexpr Field<std::int32_t> stepDenominator{44};     // 0: the step follows from span and count
+
+/// Bytes of the whole header, and its table.
 inline constexpr std::size_t size = 50;
 inline constexpr std::array<NamedField, 13> fields{{{"centreFrequencyLow", Signed32, 0},
                                                     {"span", Signed32, 4},
@@ -101,6 +105,8 @@ using enum FieldKind;
 inline constexpr Field<std::int64_t> xSpan{24};     // length of the time axis
 inline constexpr Field<std::int64_t> xStart{32};    // start of the time axis
 inline constexpr Field<std::int64_t> timeStamp{48}; // ns since 1970; 0: none
+
+/// Bytes of the whole header, and its table.
 inline constexpr std::size_t size = 96;
 inline constexpr std::array<NamedField, 20> fields{
     {{"word0", Signed32, 0},      {"word4", Signed32, 4},   {"word8", Signed32, 8},
@@ -116,19 +122,21 @@ static_assert(detail::isPacked(fields, size));
 /// DF panorama scan (tag 5301). Stays in wire order; its readers convert.
 namespace dfscan {
 using enum FieldKind;
-inline constexpr Field<std::int64_t> startFrequency{8}; // Hz
-inline constexpr Field<std::int32_t> firstChannel{16};
-inline constexpr Field<std::int32_t> stepNumerator{20}; // step = numerator / denominator, Hz
-inline constexpr Field<std::int32_t> stepDenominator{24};
-inline constexpr Field<std::int32_t> span{28}; // Hz
-inline constexpr Field<std::int32_t> averagingTimeOffset{36};
-inline constexpr Field<std::int32_t> dfFlags{48};
-inline constexpr Field<std::int64_t> sweepTime{52};
-inline constexpr Field<std::int64_t> timestamp{60}; // ns since 1970
-inline constexpr Field<std::int16_t> jobId{68};
-inline constexpr Field<std::int16_t> superResolutionFields{70};
-inline constexpr Field<std::int8_t> superResolutionCount{72};
-inline constexpr Field<std::int8_t> eigenValueCount{73};
+inline constexpr Field<std::int64_t> startFrequency{8};   // Hz
+inline constexpr Field<std::int32_t> firstChannel{16};    // of this block, counted from the job's first one
+inline constexpr Field<std::int32_t> stepNumerator{20};   // step = numerator / denominator, Hz
+inline constexpr Field<std::int32_t> stepDenominator{24}; // of the same fraction
+inline constexpr Field<std::int32_t> span{28};            // Hz
+inline constexpr Field<std::int32_t> averagingTimeOffset{36};   // us
+inline constexpr Field<std::int32_t> dfFlags{48};               // see `flag`
+inline constexpr Field<std::int64_t> sweepTime{52};             // ns
+inline constexpr Field<std::int64_t> timestamp{60};             // ns since 1970
+inline constexpr Field<std::int16_t> jobId{68};                 // which scan range
+inline constexpr Field<std::int16_t> superResolutionFields{70}; // which arrays follow the fields
+inline constexpr Field<std::int8_t> superResolutionCount{72};   // waves of a channel in each of them
+inline constexpr Field<std::int8_t> eigenValueCount{73};        // of a channel
+
+/// Bytes of the whole header, and its table.
 inline constexpr std::size_t size = 74;
 inline constexpr std::array<NamedField, 16> fields{{{"bytes0", Bytes8, 0},
                                                     {"startFrequency", Signed64, 8},
@@ -150,12 +158,13 @@ static_assert(detail::isPacked(fields, size));
 
 /// Bits of `dfFlags`.
 namespace flag {
+/// Numbers of the bits.
 inline constexpr unsigned valid = 0;
 inline constexpr unsigned overflow = 1;
 inline constexpr unsigned blanking = 2;
 inline constexpr unsigned endOfSweep = 4;
-inline constexpr unsigned method = 12; // the first of three
-inline constexpr unsigned methodMask = 7;
+inline constexpr unsigned method = 12;    // the first of three
+inline constexpr unsigned methodMask = 7; // once shifted down
 inline constexpr unsigned polarFrequency = 25;
 } // namespace flag
 } // namespace dfscan

@@ -12,6 +12,7 @@ namespace wire {
 inline constexpr std::array<std::uint8_t, 24> itemSize{2, 4, 2, 2, 2, 2, 4, 4, 4, 2, 4, 2,
                                                        2, 2, 2, 2, 2, 4, 2, 2, 2, 4, 0, 2};
 
+/// What a selector word says.
 namespace selector {
 inline constexpr std::uint32_t hostOrderFlag = 0x20000000; // bit 29: the items are little-endian already
 inline constexpr std::uint32_t walked = 0x0FFFFFFF;        // bits 28 to 31 never name a field
@@ -29,16 +30,18 @@ namespace detail {
 }
 } // namespace detail
 
+/// Fields with items of 2 and of 4 bytes, and the bits that name no field.
 inline constexpr std::uint32_t items16 = detail::bitsOfWidth(2);
 inline constexpr std::uint32_t items32 = detail::bitsOfWidth(4);
 inline constexpr std::uint32_t unknown = walked & ~(items16 | items32);
 static_assert(unknown == 0x0F400000, "bits 22 and 24 to 27 are unknown");
 
+/// Why a word is refused.
 enum class Fault : std::uint8_t { None, TooMany, Unknown };
 
 /// What is wrong with a selector word, and at which bit the walk finds it.
 struct Check {
-    Fault fault;
+    Fault fault;  // the first one
     unsigned bit; // 0 when nothing is wrong
 };
 

@@ -13,8 +13,10 @@ namespace wire {
 static_assert(std::endian::native == std::endian::little,
               "the conversion in place is written for little-endian hosts");
 
+/// Order of the bytes of a number.
 enum class ByteOrder : std::uint8_t { Big, Little };
 
+/// `value` with its bytes the other way round.
 template <std::integral T>
 [[nodiscard]] constexpr T byteSwapped(T value)
 {
@@ -52,6 +54,8 @@ inline void store(void* address, T value, ByteOrder order)
 class View {
 public:
     constexpr View() = default;
+
+    /// A view of bytes that live elsewhere.
     constexpr explicit View(std::span<const unsigned char> bytes)
         : m_bytes(bytes)
     {}
@@ -59,6 +63,7 @@ public:
         : m_bytes(static_cast<const unsigned char*>(data), size)
     {}
 
+    /// The bytes, as they lie there.
     [[nodiscard]] constexpr std::size_t size() const noexcept { return m_bytes.size(); }
     [[nodiscard]] constexpr const unsigned char* data() const noexcept { return m_bytes.data(); }
     [[nodiscard]] constexpr std::span<const unsigned char> bytes() const noexcept { return m_bytes; }

@@ -25,6 +25,7 @@ public:
     /// The same without the receiver's step: a new sweep only notifies, and 0.0 is a frequency.
     virtual void SetData(double startFreq, double stopFreq, int count, short* levels) = 0;
 
+    /// Ends the scan of the map.
     virtual void EndOfScan() = 0;
 
     /// Writes one level; a `freq` of 0.0 ends the scan instead.
@@ -36,6 +37,7 @@ public:
     /// Clears all levels, never the grid.
     virtual void ClearAll() = 0;
 
+    /// The grid of the map.
     /// Owner: the map; the reference holds as long as the map does.
     virtual const values::ChannelRangeDefinition& GetRangeDefinition() = 0;
 
@@ -63,7 +65,8 @@ public:
     virtual ~IPulseMapFiller();
 
     /// Takes `count` levels of pulses that were received around `centreFreq` at `timeStamp`.
-    /// Units: Hz, map stamp, raw levels. Owner: `levels` is borrowed for the call.
+    /// Units: Hz, map stamp, raw levels.
+    /// Owner: `levels` is borrowed for the call.
     virtual void SetPulses(double centreFreq, quint64 timeStamp, const short* levels, int count) = 0;
 };
 
@@ -97,9 +100,11 @@ public:
     /// channels, or one beyond 32 bits: nothing.
     void CreateValidChannelRangeDefinition(double startFreq, double stopFreq, double step, bool keepEmpty);
 
+    /// Kept for the application's debugger; nothing depends on it.
     void SetFirstChannel(int channel) { m_firstChannel = channel; }
 
 protected:
+    /// The kind of map that is filled.
     using LevelMap = values::FastValueMap<short, values::levelHandler>;
 
     /// Whether one and the same range reaches from its start to both `f1` and `f2`.
@@ -115,12 +120,14 @@ protected:
     /// False, with a trace, when `first` lies behind the channels of the grid.
     bool StartChannelOk(double first, const values::ChannelRangeDefinition& def);
 
+    /// The primary map and the mirror map; null where there is none.
     LevelMap* m_pMapping;
     LevelMap* m_pMirrorMapping;
     values::ChannelRangeDefinition m_rangeDefinition; // of the primary map, when it was last set here
     // The next two are written for the application's debugger only.
     qint32 m_stepWidth = -1; // of the last trace, truncated
     qint32 m_firstChannel = 0;
+    /// As told by `SetPScanMSR` and `SetPScanMSRFinish`.
     bool m_pScanMSR = false;
     bool m_pScanMSRFinish = false;
 

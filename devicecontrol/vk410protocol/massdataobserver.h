@@ -16,23 +16,23 @@ enum class AttributeOutcome {
 
 /// One attribute that the walk has met.
 struct AttributeReport {
-    AttributeOutcome outcome;
-    quint16 tag;
-    quint32 channel; // as received, before the dispatcher's own choice of a key
-    quint32 offset;  // of its header, from the start of the datagram
-    quint32 size;    // bytes that the walk steps over for it, inside the datagram
-    QString reason;  // text of the selector error, otherwise empty
+    AttributeOutcome outcome; // what became of it
+    quint16 tag;              // known or not
+    quint32 channel;          // as received, before the dispatcher's own choice of a key
+    quint32 offset;           // of its header, from the start of the datagram
+    quint32 size;             // bytes that the walk steps over for it, inside the datagram
+    QString reason;           // text of the selector error, otherwise empty
 };
 
 /// One datagram, told after its last attribute.
 /// For a valid datagram of 16 bytes and more, header (16) + sizes of all reported attributes +
 /// `bytesNotWalked` = `size`.
 struct DatagramReport {
-    quint32 size;
-    bool valid;       // good magic
-    bool hasSequence; // at least ten bytes
-    quint16 sequence; // 0 when there is none
-    quint32 bytesNotWalked;
+    quint32 size;           // bytes received
+    bool valid;             // good magic
+    bool hasSequence;       // at least ten bytes
+    quint16 sequence;       // 0 when there is none
+    quint32 bytesNotWalked; // behind the place where the walk ended
 };
 
 /// Told the outcome of every datagram and attribute, in the order of the walk.

@@ -7,7 +7,8 @@
 
 /// Takes the attributes of one tag and channel and turns them into values of the application.
 /// Owner:  the application; it unregisters a processor before destroying it, or destroys the dispatcher
-/// first. Thread: that of the dispatcher.
+/// first.
+/// Thread: that of the dispatcher.
 class Q_DECL_EXPORT IMassDataProcessor {
 public:
     IMassDataProcessor() = default;
@@ -27,6 +28,7 @@ public:
     void SetMassDataObserver(IMassDataObserver* observer) { m_massDataObserver = observer; }
 
 protected:
+    /// What `Init` was given.
     [[nodiscard]] const QString& Path() const { return m_path; }
 
     /// Says that the current attribute is dropped, and why.

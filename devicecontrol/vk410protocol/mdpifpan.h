@@ -18,9 +18,10 @@
 #include <vector>
 
 /// Brings IF panorama traces into a level map, keeps the receiver's settings in line with what the traces
-/// say, and feeds the bearing map in wideband direction finding. Owner:  configuration and a share of the
-/// filler; maps and values belong to the application. Thread: `SetAttribute` in that of the dispatcher,
-/// `Update` in the one that changes an observed value; no locks.
+/// say, and feeds the bearing map in wideband direction finding.
+/// Owner:  configuration and a share of the filler; maps and values belong to the application.
+/// Thread: `SetAttribute` in that of the dispatcher, `Update` in the one that changes an observed value; no
+/// locks.
 ///         AFC, end-of-search and memory-search histories are kept once per process, shared by all objects.
 class Q_DECL_EXPORT MdpIfpan : public QObject, public IMassDataProcessor, public IObserver {
     Q_OBJECT

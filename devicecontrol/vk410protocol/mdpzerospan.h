@@ -8,8 +8,9 @@
 #include <memory>
 
 /// Brings zero-span traces, levels over time, into up to two level maps whose x axis is time, and publishes
-/// the axis as the values ZeroSpan/XStart and ZeroSpan/XStop. Each trace is a whole sweep. Owner:  shares of
-/// the fillers. Copies share the fillers and the values. Thread: that of the dispatcher.
+/// the axis as the values ZeroSpan/XStart and ZeroSpan/XStop. Each trace is a whole sweep.
+/// Owner:  shares of the fillers. Copies share the fillers and the values.
+/// Thread: that of the dispatcher.
 class Q_DECL_EXPORT MdpZeroSpan : public IMassDataProcessor {
 public:
     /// `levelFiller` takes the field of selector bit 0, `bit23Filler` that of bit 23 in thousandths of full

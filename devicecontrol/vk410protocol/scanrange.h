@@ -14,8 +14,8 @@ struct ScanRange {
     quint64 stopFrequency = std::numeric_limits<quint64>::max();  // Hz
     double step = -1.0;                                           // Hz
     double auxiliaryValue = -1.0;                                 // carried, not interpreted
-    quint32 jobId = std::numeric_limits<quint32>::max();
-    quint32 auxiliaryId = std::numeric_limits<quint32>::max(); // carried, not interpreted
+    quint32 jobId = std::numeric_limits<quint32>::max();          // as in the blocks of the job
+    quint32 auxiliaryId = std::numeric_limits<quint32>::max();    // carried, not interpreted
     /// Blanked azimuths: (lower, upper) in tenths of a degree, 0 to 3599; lower > upper crosses north.
     std::vector<std::pair<double, double>> azimuthSectors;
 };

@@ -16,10 +16,12 @@ class DatagramCutter;
 class MirrorClients;
 
 /// Reads a receiver's mass-data stream and emits its datagrams; optionally a server that forwards them byte
-/// for byte. Owner:  socket, server and mirror clients are its children; the datagrams belong to who receives
-/// the signal. Thread: that of its event loop. A parent in another thread gets the datagrams queued. Errors:
-/// it neither reconnects nor reports a loss; who wants to know watches its child socket (`findChild`). From a
-/// slot of that socket, or of a mirror client's, the reader goes by `deleteLater`.
+/// for byte.
+/// Owner:  socket, server and mirror clients are its children; the datagrams belong to who receives the
+/// signal.
+///         From a slot of that socket, or of a mirror client's, the reader goes by `deleteLater`.
+/// Errors: it neither reconnects nor reports a loss; who wants to know watches its child socket
+/// (`findChild`). Thread: that of its event loop. A parent in another thread gets the datagrams queued.
 class Q_DECL_EXPORT TcpReader : public QObject {
     Q_OBJECT
 
@@ -34,6 +36,7 @@ public:
     /// Result: whether it listens.
     bool StartMassDataMirror(const QString& address, unsigned short port);
 
+    /// This end of the connection to the receiver.
     [[nodiscard]] QString GetLocalAddress() const;
     [[nodiscard]] unsigned short GetLocalPort() const;
 

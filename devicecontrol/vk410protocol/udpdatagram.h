@@ -38,14 +38,17 @@ enum TRACE_TAG : qint32 {
 /// copies it. The numbers are those of an attribute that `UdpDatagram::NextAttribute` has stepped to.
 class Q_DECL_EXPORT UdpDatagramAttribute {
 public:
+    /// Kind of trace.
     [[nodiscard]] quint16 Tag() const;
     /// Bytes that follow the first four of the attribute.
     [[nodiscard]] quint16 Length() const;
     /// Items of every selected field.
     [[nodiscard]] quint16 Count() const;
+    /// As received.
     [[nodiscard]] quint8 ChannelNumber() const;
     /// Bytes of the optional header, 0: none.
     [[nodiscard]] quint8 OptHeaderLength() const;
+    /// Which fields follow, and in which byte order.
     [[nodiscard]] quint32 SelectorFlags() const;
     /// First byte of the optional header, or of the trace data when there is none.
     [[nodiscard]] unsigned char* OptHeader() { return m_bytes + sizeof m_bytes; }
@@ -59,14 +62,17 @@ private:
 /// datagram. The numbers are those of an attribute whose data pointers are set up.
 class Q_DECL_EXPORT UdpDatagramExtAttribute {
 public:
+    /// Kind of trace.
     [[nodiscard]] quint16 Tag() const;
     /// The attribute occupies 24 bytes more.
     [[nodiscard]] quint32 Length() const;
     /// All 32 bits; only the low 16 count the items of each field.
     [[nodiscard]] quint32 Count() const;
+    /// As received.
     [[nodiscard]] quint32 ChannelNumber() const;
     /// Bytes of the optional header, 0: none.
     [[nodiscard]] quint32 OptHeaderLength() const;
+    /// Which fields follow, and in which byte order.
     [[nodiscard]] quint32 SelectorFlags() const;
 
 private:
@@ -75,12 +81,15 @@ private:
 
 /// Where the fields of an attribute lie. Null: the attribute does not carry the field.
 /// Shape:  every field holds the attribute's count of items, packed; addresses need not be aligned to their
-/// type, so load
-///         and store items by `memcpy`.
+/// type,
+///         so load and store items by `memcpy`.
 /// Owner:  all point into the datagram, except `selBit17`, an array of its own that belongs to the holder of
-/// the record.
+/// the
+///         record.
 struct DataPointers {
     short* selBit0; // tag 1301: 32-bit items; tag 401: bytes as they came
+
+    /// Fields in the declared order; the numbers are those of the selector bits.
     qint32* selBit1;
     short* selBit2;
     short* selBit3;
@@ -112,7 +121,9 @@ static_assert(sizeof(DataPointers) == 26 * sizeof(void*));
 /// One received datagram. It converts in place, so each attribute's `SetupDataPointers` and `SetupOptHeader`
 /// are called once at most, in the order: construct, `IsValid`, then for each `NextAttribute` that is true
 /// `CurrentAttributeValid`, `SetupDataPointers`, `SetupOptHeader`. Nothing outside the received bytes is ever
-/// read or written. Owner:  owns its bytes; whoever holds the datagram owns it. Thread: one at a time.
+/// read or written.
+/// Owner:  owns its bytes; whoever holds the datagram owns it.
+/// Thread: one at a time.
 class Q_DECL_EXPORT UdpDatagram {
 public:
     /// Takes the bytes over. Two spare bytes are kept behind the last one, for the trace whose 26th value
@@ -148,18 +159,19 @@ public:
 
     /// The current tag; 5302 before the first attribute.
     [[nodiscard]] TRACE_TAG CurrentTag() const { return static_cast<TRACE_TAG>(m_currentTag); }
+    /// The channel number of the current attribute, as received; 0 before the first one.
     [[nodiscard]] unsigned int CurrentChannelNumber() const { return m_currentChannel; }
 
     /// Whether the current attribute has an optional header.
     [[nodiscard]] bool OptHeaderAvailable() const { return m_optHeaderAvailable; }
 
     /// Fills `dp` for the current attribute and turns its fields to host order.
-    /// Errors: NQException when the selector word is refused; fields of lower bits are set then, `dataEnd` is
-    /// null.
+    /// Errors: NQException when the selector word is refused; fields of lower bits are set then, `dataEnd`
+    ///         is null.
     ///         Where something would leave the datagram no item is converted, all of `dp` is null,
     ///         `Truncated` is true and the walk is over.
-    /// Owner:  `selBit17` belongs to the holder of `dp` (delete[]); the array of an earlier call is not
-    /// released here.
+    /// Owner:  `selBit17` belongs to the holder of `dp` (delete[]); the array of an earlier call
+    ///         is not released here.
     void SetupDataPointers(DataPointers* dp);
 
     /// Sets all fields of `dp` to null; releases nothing.

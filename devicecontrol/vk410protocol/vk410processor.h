@@ -9,9 +9,10 @@
 
 /// The entry point for received mass data.
 /// Owner:  does not own the processors. Whoever destroys one unregisters it first, or destroys the
-/// dispatcher. Thread: one, that of its event loop. Registration belongs there too, also from inside a
-/// processor's `SetAttribute`.
-///         From another thread datagrams come over a queued connection, and their ownership with them.
+///         dispatcher.
+/// Thread: one, that of its event loop. Registration belongs there too, also from inside a processor's
+///         `SetAttribute`. From another thread datagrams come over a queued connection, and their ownership
+///         with them.
 class Q_DECL_EXPORT VK410Processor : public QObject {
     Q_OBJECT
 
@@ -37,9 +38,8 @@ public slots:
     /// Takes the datagram over and processes it; it is destroyed however the call ends. Null: nothing.
     /// Order:  attributes as they lie in the datagram; of each, conversion, then its processor.
     /// Errors: a refused selector word is traced under mask 0x20 and drops the rest of the datagram; what a
-    /// processor
-    ///         throws reaches the caller.
-    ///         A call from inside a processor runs whole; the outer record is as before when it returns.
+    ///         processor throws reaches the caller.
+    /// Order:  a call from inside a processor runs whole; the outer record is as before when it returns.
     void ProcessDatagram(UdpDatagram* pDGram);
 
 private:

@@ -9,6 +9,7 @@
 /// Thread: the tree's.
 class Q_DECL_EXPORT FreqStore {
 public:
+    /// A map of ranges, shared with the tree.
     using RangeMap = std::shared_ptr<values::ValueCommentedRangeMap>;
 
     /// The store in use; never null. The one that stands for itself is built on first use, in the tree that

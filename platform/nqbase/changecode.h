@@ -2,6 +2,7 @@
 #pragma once
 // What kind of change an observable tells its observers about.
 
+/// One of the numbers below, or of the application's own.
 using TChangeCode = int;
 
 namespace changecode {

@@ -8,13 +8,17 @@
 
 /// One line for the trace output.
 struct TraceRecord {
+    /// Whether it was traced, or an assertion failed.
     enum class Kind { Trace, Assertion };
     Kind kind;
+
+    /// What happened, and the source unit and line that say so.
     QString message;
     QString file;
     int line;
 };
 
+/// Bits of the trace mask.
 namespace tracemask {
 inline constexpr unsigned int error = 0x20;        // errors
 inline constexpr unsigned int datagramLoss = 0x40; // the report about lost datagrams
@@ -24,6 +28,7 @@ inline constexpr unsigned int datagramLoss = 0x40; // the report about lost data
 /// Thread: any.
 class Q_DECL_EXPORT ErrorHandler {
 public:
+    /// Where records go.
     using Sink = std::function<void(const TraceRecord&)>;
 
     /// The one of this process; never null.

@@ -12,6 +12,7 @@ public:
     NQException(const QString& reason, const QString& className, const QString& file, const QString& method,
                 int line, unsigned int code = 0xFFFFFFFFU);
 
+    /// What the thrower said: reason, class, source unit, method, line, and a code of its choice.
     [[nodiscard]] const QString& GetErrorReason() const { return m_reason; }
     [[nodiscard]] const QString& GetClassName() const { return m_className; }
     [[nodiscard]] const QString& GetFileName() const { return m_file; }

@@ -29,7 +29,7 @@ private:
 
 /// Something whose changes can be observed.
 /// Thread: registrations, notification and destruction of one observable and its observers happen in one
-/// thread. Owner: registrations do not own; whoever dies first, observer or observable, takes the
+/// thread. Owner:  registrations do not own; whoever dies first, observer or observable, takes the
 /// registration along.
 class Q_DECL_EXPORT Observable {
 public:
@@ -52,8 +52,8 @@ public:
 
     /// Calls `Update(this, code)` of every observer except `originator`, once each.
     /// Order:  the order of registration. Observers added by a callback wait for the next round; observers
-    /// removed by
-    ///         one are not called any more; a nested call runs a whole round of its own.
+    /// removed
+    ///         by one are not called any more; a nested call runs a whole round of its own.
     /// Errors: what an observer throws ends the round and reaches the caller.
     virtual void HasChanged(TChangeCode code, IObserver* originator = nullptr);
 

@@ -11,11 +11,11 @@ namespace values {
 /// Units: level and elevation ten times the raw ones (hundredths), azimuth hundredths of a degree clockwise
 /// from north, quality 0 to 100.
 struct Q_DECL_EXPORT Bearing {
-    quint64 timeStamp = 0; // of this channel, where it differs from its map's; 0: none
-    qint16 level = noLevel;
-    quint16 azimuth = 0;
-    qint16 elevation = 0;
-    qint16 quality = 0;
+    quint64 timeStamp = 0;  // of this channel, where it differs from its map's; 0: none
+    qint16 level = noLevel; // without one the channel is cleared
+    quint16 azimuth = 0;    // clockwise from north
+    qint16 elevation = 0;   // above the horizon
+    qint16 quality = 0;     // 0: no bearing
     bool operator==(const Bearing& other) const = default;
 };
 

@@ -10,6 +10,7 @@ namespace values {
 class Q_DECL_EXPORT BlankingRangeItem {
 public:
     BlankingRangeItem() = default;
+    /// Limits in Hz, a map stamp, and whether it is blanked.
     BlankingRangeItem(quint64 begin, quint64 end, quint64 timeStamp, bool blanked)
         : m_begin(begin)
         , m_end(end)
@@ -20,6 +21,7 @@ public:
     [[nodiscard]] quint64 GetBegin() const { return m_begin; }         // Hz
     [[nodiscard]] quint64 GetEnd() const { return m_end; }             // Hz
     [[nodiscard]] quint64 GetTimeStamp() const { return m_timeStamp; } // of the last change; map stamp
+    /// Whether the receiver reported it blanked in this sweep.
     [[nodiscard]] bool IsBlanked() const { return m_blanked; }
     bool operator==(const BlankingRangeItem& other) const = default;
 

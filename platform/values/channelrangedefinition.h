@@ -10,11 +10,11 @@ namespace values {
 
 /// Equally spaced channels with successive ids.
 struct Q_DECL_EXPORT ChannelRange {
-    unsigned int firstChannel = 0;
-    unsigned int count = 0;
-    double start = 0.0; // position of the first channel: Hz, or time on a time axis
-    double step = 0.0;
-    QString name;
+    unsigned int firstChannel = 0; // id; those of the others follow
+    unsigned int count = 0;        // of channels
+    double start = 0.0;            // position of the first channel: Hz, or time on a time axis
+    double step = 0.0;             // from channel to channel, in the unit of `start`
+    QString name;                  // for displays
 
     bool operator==(const ChannelRange& other) const = default;
 
@@ -50,6 +50,7 @@ public:
     /// More ids than this are not put into one list.
     static constexpr quint64 maxListedChannels = quint64{1} << 24;
 
+    /// No ranges; copies share what they were made from.
     ChannelRangeDefinition();
     ChannelRangeDefinition(const ChannelRangeDefinition& other);
     ChannelRangeDefinition(ChannelRangeDefinition&& other) noexcept;
@@ -65,6 +66,7 @@ public:
     /// Whether there are no ranges. A grid of ranges without channels is not empty.
     [[nodiscard]] bool empty() const;
 
+    /// The ranges, in the order in which they were added.
     [[nodiscard]] const std::vector<ChannelRange>& GetRanges() const;
 
     /// Lowest and highest id of all channels; 0 without channels.
@@ -94,6 +96,7 @@ public:
     [[nodiscard]] std::vector<unsigned int> GetClosestChannelIdsForFrequencyRange(double first,
                                                                                   double second) const;
 
+    /// Whether both have the same ranges in the same order.
     [[nodiscard]] bool operator==(const ChannelRangeDefinition& other) const;
 
 private:

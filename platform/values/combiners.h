@@ -7,6 +7,7 @@
 
 namespace values {
 
+/// Which record of a channel is held.
 enum class Hold { Highest, Lowest };
 
 /// Puts the record with the higher (or lower) level into `held`; a cleared one never wins.
@@ -25,6 +26,7 @@ void holdRecord(T& held, const T& record, Hold which)
 template <typename T, typename Handler>
 class HoldCombiner {
 public:
+    /// Without scans at first.
     explicit HoldCombiner(Hold which = Hold::Highest)
         : m_which(which)
     {}

@@ -16,8 +16,10 @@ namespace values {
 /// nothing and give 0.
 class Q_DECL_EXPORT SuperResolutionSample {
 public:
+    /// `count` waves, emptied as by `reset`.
     explicit SuperResolutionSample(int count) { reset(count); }
 
+    /// Number of waves.
     [[nodiscard]] int getCount() const { return m_count; }
 
     /// Makes room for `count` waves (below 0 counts as 0), all of them without level, the rest 0; memory is
@@ -28,12 +30,16 @@ public:
         m_waves.assign(static_cast<std::size_t>(m_count), Wave{});
     }
 
+    /// Sets one property of wave `i`.
+    /// Units: those of `DFSpectrumSample`.
     void setQuality(int i, qint16 value) { set(i, &Wave::quality, value); }
     void setLevel(int i, qint16 value) { set(i, &Wave::level, value); }
     void setFieldStrength(int i, qint16 value) { set(i, &Wave::fieldStrength, value); }
     void setAzimuth(int i, quint16 value) { set(i, &Wave::azimuth, value); }
     void setElevation(int i, qint16 value) { set(i, &Wave::elevation, value); }
 
+    /// One property of wave `i`.
+    /// Units: those of `DFSpectrumSample`.
     [[nodiscard]] qint16 getQuality(int i) const { return get(i, &Wave::quality); }
     [[nodiscard]] qint16 getLevel(int i) const { return get(i, &Wave::level); }
     [[nodiscard]] qint16 getFieldStrength(int i) const { return get(i, &Wave::fieldStrength); }
@@ -88,6 +94,7 @@ private:
 /// degree clockwise from north, quality 0 to 100.
 class Q_DECL_EXPORT DFSpectrumSample {
 public:
+    /// How far to trust a sample.
     enum class Validity : quint16 {
         Unusable = 0, // overflow, or nothing measured
         Valid = 1,
@@ -96,6 +103,7 @@ public:
 
     /// The plain part, 16 bytes in this order, for those who write whole records at once.
     struct Fields {
+        /// In the units of the sample; a record that nobody filled has no levels.
         Validity validity = Validity::Unusable;
         qint16 quality = 0;
         quint16 azimuth = 0;
@@ -107,6 +115,7 @@ public:
         bool operator==(const Fields& other) const = default;
     };
 
+    /// A record that nobody filled; copies have super-resolution data of their own.
     DFSpectrumSample() = default;
     DFSpectrumSample(const DFSpectrumSample& other)
         : m_superResolution(other.m_superResolution
@@ -129,6 +138,7 @@ public:
     DFSpectrumSample& operator=(DFSpectrumSample&& other) noexcept = default;
     ~DFSpectrumSample() = default;
 
+    /// Sets one value of the plain part.
     void setValidity(Validity value) { m_fields.validity = value; }
     void setQuality(qint16 value) { m_fields.quality = value; }
     void setAzimuth(quint16 value) { m_fields.azimuth = value; }
@@ -137,6 +147,7 @@ public:
     void setFieldStrength(qint16 value) { m_fields.fieldStrength = value; }
     void setElevation(qint16 value) { m_fields.elevation = value; }
 
+    /// One value of the plain part.
     [[nodiscard]] Validity getValidity() const { return m_fields.validity; }
     [[nodiscard]] qint16 getQuality() const { return m_fields.quality; }
     [[nodiscard]] quint16 getAzimuth() const { return m_fields.azimuth; }
@@ -145,6 +156,7 @@ public:
     [[nodiscard]] qint16 getFieldStrength() const { return m_fields.fieldStrength; }
     [[nodiscard]] qint16 getElevation() const { return m_fields.elevation; }
 
+    /// The plain part as a whole.
     [[nodiscard]] Fields& fields() { return m_fields; }
     [[nodiscard]] const Fields& fields() const { return m_fields; }
 
@@ -159,6 +171,7 @@ public:
         return *m_superResolution;
     }
 
+    /// Frees the super-resolution data, if there is any.
     void discardSuperResolutionSample()
     {
         if (m_superResolution)
@@ -172,6 +185,7 @@ public:
         return m_superResolution.get();
     }
 
+    /// Whether all values are the same, those of super-resolution included.
     bool operator==(const DFSpectrumSample& other) const
     {
         if (m_fields != other.m_fields || !m_superResolution != !other.m_superResolution)

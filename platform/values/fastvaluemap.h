@@ -17,8 +17,10 @@ namespace values {
 template <typename T, typename Handler>
 class Q_DECL_EXPORT FastValueMap : public MappingBase {
 public:
+    /// The real-time buffers of this kind of map.
     using Buffer = RealTimeBuffer<T, Handler>;
 
+    /// A map without a grid.
     explicit FastValueMap(const QString& name = {})
         : MappingBase(name)
     {}
@@ -37,8 +39,8 @@ public:
     void ClearChannelRange(long first, unsigned int last) override { clear(clipped(first, last)); }
 
     /// Writes `count` values from channel id `first` on, as far as the grid has them. A null source or a
-    /// count of 0, tested first: nothing. Nobody is notified. Errors: NQException when the grid has none of
-    /// them; nothing changes then.
+    /// count of 0, tested first: nothing. Nobody is notified.
+    /// Errors: NQException when the grid has none of them; nothing changes then.
     virtual void SetChannelValues(long first, unsigned int count, const T* source)
     {
         if (!source || count == 0)
@@ -125,6 +127,7 @@ private:
     std::vector<std::weak_ptr<Buffer>> m_buffers;
 };
 
+/// The kinds of value map: levels, bearings, direction-finding samples.
 using LevelMap = FastValueMap<short, levelHandler>;
 using BearingMap = FastValueMap<Bearing, BearingHandler>;
 using DFSpectrumMap = FastValueMap<DFSpectrumSample, DFSpectrumSampleHandler>;

@@ -11,6 +11,7 @@
 
 #ifndef _MSC_VER
 // The application's headers were written for a compiler that knows this name.
+/// A whole number of 64 bits.
 using __int64 = qint64;
 #endif
 
@@ -20,6 +21,7 @@ namespace values {
 template <typename T>
 struct Q_DECL_EXPORT FormatInt64 {
     static_assert(std::is_integral_v<T> && sizeof(T) == 8);
+    /// `value` in decimal.
     [[nodiscard]] static QString toText(T value) { return QString::number(value); }
 };
 
@@ -27,6 +29,7 @@ struct Q_DECL_EXPORT FormatInt64 {
 template <typename T>
 struct Q_DECL_EXPORT FormatNumber {
     static_assert(std::is_arithmetic_v<T>);
+    /// `value` in decimal, very large and very small ones with an exponent.
     [[nodiscard]] static QString toText(T value)
     {
         if constexpr (std::is_integral_v<T>) {
@@ -41,12 +44,14 @@ struct Q_DECL_EXPORT FormatNumber {
     }
 };
 
+/// How numbers of that type are written unless something else is asked for.
 template <typename T>
 using DefaultFormat = std::conditional_t<std::is_same_v<T, qint64>, FormatInt64<qint64>, FormatNumber<T>>;
 
 /// The text of a number in a stream of texts, both ways.
 template <typename T, typename Format = DefaultFormat<T>>
 struct Q_DECL_EXPORT StreamFormat {
+    /// `value` as text.
     [[nodiscard]] static QString write(T value) { return Format::toText(value); }
 
     /// The number that `text` says; nothing when it says none, or one that `T` does not hold.

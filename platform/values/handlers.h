@@ -15,13 +15,16 @@ namespace values {
 /// Mean of numbers, one by one. `window` 0: all count alike; else older ones fade as if that many were kept.
 class RunningMean {
 public:
+    /// Takes one number in.
     void add(double number, unsigned int window)
     {
         if (window == 0 || m_count < window)
             ++m_count;
         m_mean += (number - m_mean) / m_count;
     }
+    /// Whether there was no number yet.
     [[nodiscard]] bool empty() const { return m_count == 0; }
+    /// The mean; 0 without numbers.
     [[nodiscard]] double mean() const { return m_mean; }
 
 private:
@@ -33,7 +36,9 @@ private:
 /// Units: hundredths of a degree.
 class Q_DECL_EXPORT RunningDirection {
 public:
+    /// Takes one direction in.
     void add(quint16 azimuth, qint16 quality, unsigned int window);
+    /// The mean direction.
     [[nodiscard]] quint16 mean() const;
 
 private:
@@ -43,6 +48,7 @@ private:
 
 /// Mean of bearings or direction-finding samples.
 struct Q_DECL_EXPORT RunningBearing {
+    /// One mean for each property.
     RunningMean level;
     RunningMean elevation;
     RunningMean quality;
@@ -51,7 +57,10 @@ struct Q_DECL_EXPORT RunningBearing {
 
 /// Levels.
 struct Q_DECL_EXPORT levelHandler {
+    /// What maps call their kind.
     static constexpr const char* typeName = "levels";
+
+    /// The record that says "no value", and how to know it, copy records and compare their levels.
     static constexpr short cleared() { return noLevel; }
     static bool isCleared(short value) { return value == noLevel; }
     static void assign(short* to, const short* from, std::size_t count)
@@ -60,16 +69,22 @@ struct Q_DECL_EXPORT levelHandler {
     }
     static short levelOf(short value) { return value; }
 
+    /// Mean of records: how one is taken in, and the mean as a record.
     struct Mean {
-        RunningMean level;
+        RunningMean level; // cleared ones do not count
     };
+
+    /// Takes a record into a mean, and makes a record of the mean.
     static void average(Mean& mean, short value, unsigned int window);
     static short averaged(const Mean& mean);
 };
 
 /// Bearings.
 struct Q_DECL_EXPORT BearingHandler {
+    /// What maps call their kind.
     static constexpr const char* typeName = "bearings";
+
+    /// The record that says "no value", and how to know it, copy records and compare their levels.
     static constexpr Bearing cleared() { return Bearing{}; }
     static bool isCleared(const Bearing& value) { return value.level == noLevel; }
     static void assign(Bearing* to, const Bearing* from, std::size_t count)
@@ -78,6 +93,7 @@ struct Q_DECL_EXPORT BearingHandler {
     }
     static short levelOf(const Bearing& value) { return value.level; }
 
+    /// Mean of records: how one is taken in, and the mean as a record.
     using Mean = RunningBearing;
     static void average(Mean& mean, const Bearing& value, unsigned int window);
     static Bearing averaged(const Mean& mean);
@@ -85,7 +101,10 @@ struct Q_DECL_EXPORT BearingHandler {
 
 /// Direction-finding samples.
 struct Q_DECL_EXPORT DFSpectrumSampleHandler {
+    /// What maps call their kind.
     static constexpr const char* typeName = "direction-finding spectrum";
+
+    /// The record that says "no value", and how to know it.
     static DFSpectrumSample cleared() { return {}; }
     static bool isCleared(const DFSpectrumSample& value) { return value.getLevel() == noLevel; }
 

@@ -11,12 +11,16 @@ namespace values {
 /// A value that holds one record per channel of a grid. A scan is written piece by piece, then ended.
 class Q_DECL_EXPORT MappingBase : public ValueBase {
 public:
+    /// Bytes that the values of a map may take unless it is told otherwise.
     static constexpr std::size_t defaultMemoryLimit = std::size_t{1} << 30;
+    /// Deepest real-time buffer, in scans.
     static constexpr unsigned int maxRealTimeBufferDepth = 1000;
 
+    /// A map without a grid.
     explicit MappingBase(const QString& name);
     ~MappingBase() override;
 
+    /// The grid that is installed.
     [[nodiscard]] const ChannelRangeDefinition& GetChannelRangeDefinition() const { return m_grid; }
 
     /// Installs the grid, clears all values, and notifies with `code`. `def` may be the map's own.
@@ -64,8 +68,10 @@ public:
 protected:
     /// A run of values, counted from the lowest channel id of the grid.
     struct Run {
+        /// First value, and the one behind the last.
         std::size_t begin;
         std::size_t end;
+        /// Whether there are no values in it.
         [[nodiscard]] bool empty() const { return begin >= end; }
     };
 
@@ -76,7 +82,9 @@ protected:
     /// Errors: NQException when they would take more than the memory limit.
     [[nodiscard]] std::size_t valueCount(const ChannelRangeDefinition& grid, std::size_t recordSize) const;
 
+    /// Puts a grid in place; clears and notifies nobody.
     void installGrid(const ChannelRangeDefinition& grid);
+    /// Throws the NQException of values outside the grid.
     [[noreturn]] void throwOutsideGrid(long first, unsigned int count) const;
 
     /// Whether this is the first write since the last scan ended, and old values have to go.
@@ -84,6 +92,7 @@ protected:
 
     /// Called when a scan is finished and counted.
     virtual void scanFinished() = 0;
+    /// Called when depth or hold time of the real-time buffers is another.
     virtual void realTimeSettingsChanged() = 0;
 
 private:

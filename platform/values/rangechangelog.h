@@ -7,16 +7,18 @@
 
 namespace values {
 
+/// Names a range within its map.
 using RangeId = unsigned int;
 
 /// One change of a range map. Kinds other than the named ones are kept and handed on.
 struct RangeChange {
+    /// The kinds that range maps log themselves.
     static constexpr int addedOrChanged = 1;
     static constexpr int removed = 2;
     static constexpr int cleared = 3; // the id says nothing
 
-    int kind;
-    RangeId id;
+    int kind;   // what happened
+    RangeId id; // of the range that it happened to
     bool operator==(const RangeChange& other) const = default;
 };
 
@@ -24,8 +26,10 @@ struct RangeChange {
 /// oldest ones are forgotten when the log is full.
 class Q_DECL_EXPORT RangeChangeLog {
 public:
+    /// Changes that a log keeps unless it is told otherwise.
     static constexpr std::size_t defaultLength = 1000;
 
+    /// Adds a change, and forgets the oldest one where the log is full.
     void Append(const RangeChange& change);
 
     /// Number of changes ever; one more than the index of the newest.
@@ -34,9 +38,11 @@ public:
     /// Index of the oldest change still here; the total count when the log is empty.
     [[nodiscard]] quint64 GetOldestIndex() const { return m_oldest; }
 
+    /// Whether no change is kept.
     [[nodiscard]] bool empty() const { return m_changes.empty(); }
 
     /// Errors: NQException for an index that is not here.
+    /// The change with that index.
     [[nodiscard]] const RangeChange& GetChange(quint64 index) const;
 
     /// How many changes are kept. Shortening forgets the oldest ones; 0 keeps none.

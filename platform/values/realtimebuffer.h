@@ -14,11 +14,11 @@ namespace values {
 /// A finished scan.
 template <typename T>
 struct Scan {
-    ChannelRangeDefinition grid;
-    std::vector<T> values;     // from the lowest channel id of the grid to the highest
-    quint64 timeStamp = 0;     // map stamp
-    quint64 number = 0;        // counted by the map, from 1
-    quint64 combinedScans = 1; // how many scans are held in this one
+    ChannelRangeDefinition grid; // of its time
+    std::vector<T> values;       // from the lowest channel id of the grid to the highest
+    quint64 timeStamp = 0;       // map stamp
+    quint64 number = 0;          // counted by the map, from 1
+    quint64 combinedScans = 1;   // how many scans are held in this one
 };
 
 /// A bounded ring of finished scans. When it is full the newest scan takes the place of the oldest.
@@ -27,6 +27,7 @@ struct Scan {
 template <typename T, typename Handler>
 class Q_DECL_EXPORT RealTimeBuffer {
 public:
+    /// For so many scans, at least one; `holdTime` as in `SetHoldTime`.
     explicit RealTimeBuffer(std::size_t depth, quint64 holdTime = 0)
         : m_ring(depth < 1 ? 1 : depth)
         , m_holdTime(holdTime)

@@ -15,9 +15,10 @@ namespace values {
 /// Thread: one; displays in other threads get copies of what they show.
 class Q_DECL_EXPORT Tree : public Observable {
 public:
+    /// A value and where it stands.
     struct Entry {
-        QString path;
-        std::shared_ptr<ValueBase> value;
+        QString path;                     // with a leading "/"
+        std::shared_ptr<ValueBase> value; // never null
     };
 
     /// The tree in use; never null. The pointer holds until another one is installed.
@@ -27,6 +28,7 @@ public:
     /// use.
     static std::shared_ptr<Tree> Install(std::shared_ptr<Tree> tree);
 
+    /// A tree without values, in use once it is installed.
     Tree();
     Tree(const Tree&) = delete;
     Tree& operator=(const Tree&) = delete;
@@ -63,6 +65,7 @@ public:
     /// All values at and below `path` in the order of their paths; all of the tree for "/" or nothing.
     [[nodiscard]] std::vector<Entry> List(const QString& path = {}) const;
 
+    /// Number of values.
     [[nodiscard]] std::size_t GetCount() const { return static_cast<std::size_t>(m_values.size()); }
 
 private:

@@ -13,11 +13,13 @@ class Q_DECL_EXPORT Value : public ValueBase {
     static_assert(std::is_same_v<T, bool> || std::is_same_v<T, QString>);
 
 public:
+    /// Off, or empty, unless another value is given.
     explicit Value(const QString& name, T value = T{})
         : ValueBase(name)
         , m_value(std::move(value))
     {}
 
+    /// The present value.
     [[nodiscard]] const T& GetValue() const { return m_value; }
 
     /// Takes `value` over and notifies with 3; the value that it already has: nothing.

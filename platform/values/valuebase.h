@@ -10,9 +10,9 @@ namespace values {
 
 /// The limits of a numeric value, for displays.
 struct Limits {
-    double minimum;
-    double maximum;
-    double step;
+    double minimum; // lowest value
+    double maximum; // highest value
+    double step;    // that a display offers; rounds nothing
 };
 
 /// A named, observable value.
@@ -20,12 +20,14 @@ struct Limits {
 /// Thread: one value belongs to one thread.
 class Q_DECL_EXPORT ValueBase : public Observable {
 public:
+    /// A value of that name, in no tree yet.
     explicit ValueBase(const QString& name);
     // A value is one thing at one place.
     ValueBase(const ValueBase&) = delete;
     ValueBase& operator=(const ValueBase&) = delete;
     ~ValueBase() override;
 
+    /// The last part of its path.
     [[nodiscard]] const QString& GetName() const { return m_name; }
 
     /// Where the value stands in the tree, with a leading "/"; empty while it is in none.

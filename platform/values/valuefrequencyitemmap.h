@@ -19,12 +19,14 @@ public:
     /// The largest id. Users keep ids in `int` and let -1 stand for "none".
     static constexpr RangeId maxId = 0x7FFFFFFF;
 
+    /// A map without items.
     explicit ValueFrequencyItemMap(const QString& name)
         : ValueBase(name)
     {}
 
     /// All items.
     [[nodiscard]] const std::map<RangeId, Item>& GetItems() const { return m_items; }
+    /// How many there are, and whether that one is there.
     [[nodiscard]] std::size_t GetCount() const { return m_items.size(); }
     [[nodiscard]] bool Contains(RangeId id) const { return m_items.count(id) != 0; }
 
@@ -36,7 +38,8 @@ public:
     }
 
     /// Stores `item` under `id`, logs kind 1, and notifies with 7; the item that is there already: nothing.
-    /// Returns the id. Errors: NQException for an id above `maxId`; nothing changes then.
+    /// Returns the id.
+    /// Errors: NQException for an id above `maxId`; nothing changes then.
     int SetItem(RangeId id, const Item& item, IObserver* originator = nullptr)
     {
         if (id > maxId)
@@ -70,6 +73,7 @@ public:
         tell({RangeChange::cleared, 0}, originator);
     }
 
+    /// The newest changes.
     [[nodiscard]] const RangeChangeLog& GetChangeLog() const { return m_log; }
 
     /// How many changes the log keeps, 1000 at first.
@@ -81,6 +85,7 @@ public:
         tell(change, originator);
     }
 
+    /// "ranges", and all items, each behind its id.
     [[nodiscard]] QString GetTypeName() const override { return QStringLiteral("ranges"); }
     [[nodiscard]] QString ToText() const override
     {

@@ -13,10 +13,12 @@ namespace values {
 template <typename T>
 class Q_DECL_EXPORT ValueList : public ValueBase {
 public:
+    /// An empty list.
     explicit ValueList(const QString& name)
         : ValueBase(name)
     {}
 
+    /// The numbers.
     [[nodiscard]] const std::vector<T>& GetList() const { return m_list; }
 
     /// Takes the numbers of any container over and notifies with 7; the list that it already has: nothing.

@@ -22,6 +22,7 @@ public:
         , m_value(isNumber(value) ? value : T{})
     {}
 
+    /// The present value.
     [[nodiscard]] T GetValue() const { return m_value; }
 
     /// Takes `value` over, clamped to the limits, and notifies with 3. The value that it already has, and not
@@ -37,6 +38,7 @@ public:
         HasChanged(changecode::valueChanged, originator);
     }
 
+    /// Limits, and the step that a display offers.
     [[nodiscard]] T GetMin() const { return m_minimum; }
     [[nodiscard]] T GetMax() const { return m_maximum; }
     [[nodiscard]] T GetStep() const { return m_step; }
@@ -60,15 +62,19 @@ public:
         HasChanged(changecode::valueChanged, originator);
     }
 
+    /// "number", and the number in decimal.
     [[nodiscard]] QString GetTypeName() const override { return QStringLiteral("number"); }
     [[nodiscard]] QString ToText() const override { return Stream::write(m_value); }
+    /// The present value, as near as a `double` comes.
     [[nodiscard]] double ToNumber() const override { return static_cast<double>(m_value); }
+    /// What `GetMin`, `GetMax` and `GetStep` say.
     [[nodiscard]] std::optional<Limits> GetLimits() const override
     {
         return Limits{static_cast<double>(m_minimum), static_cast<double>(m_maximum),
                       static_cast<double>(m_step)};
     }
 
+    /// Sets the number that `text` says, as `SetValue`.
     bool SetText(const QString& text, IObserver* originator = nullptr) override
     {
         const std::optional<T> number = Stream::read(text);
@@ -78,6 +84,7 @@ public:
     }
 
 protected:
+    /// Whether `value` is anything but "not a number".
     [[nodiscard]] static bool isNumber(T value)
     {
         if constexpr (std::is_floating_point_v<T>)
@@ -97,8 +104,10 @@ private:
 /// Units: value, limits and setters do not include the offset.
 class Q_DECL_EXPORT ValueNumericWithOffset : public ValueNumeric<double> {
 public:
+    /// The value without the offset, and the offset.
     explicit ValueNumericWithOffset(const QString& name, double value = 0.0, double offset = 0.0);
 
+    /// What a display adds.
     [[nodiscard]] double GetOffset() const { return m_offset; }
 
     /// Takes `offset` over and notifies with 3. The offset that it already has, and not a number: nothing.

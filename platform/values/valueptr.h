@@ -28,10 +28,13 @@ public:
         return m_value != nullptr;
     }
 
+    /// Empties the handle.
     void Reset() { m_value.reset(); }
 
+    /// The value, or null.
     [[nodiscard]] T* get() const { return m_value.get(); }
     [[nodiscard]] const std::shared_ptr<T>& share() const { return m_value; }
+    /// As a pointer; ask first whether it is bound.
     T* operator->() const { return m_value.get(); }
     T& operator*() const { return *m_value; }
     explicit operator bool() const { return m_value != nullptr; }
@@ -45,6 +48,7 @@ private:
 template <typename T>
 class ValueObservingPtr {
 public:
+    /// Empty, or bound to the value at `path`; `observer` is registered as long as it is bound.
     explicit ValueObservingPtr(IObserver* observer)
         : m_observer(observer)
     {}
@@ -53,6 +57,7 @@ public:
     {
         Bind(path);
     }
+    /// Copies are bound to the same value and register the same observer once more.
     ValueObservingPtr(const ValueObservingPtr& other)
         : m_observer(other.m_observer)
     {
@@ -83,6 +88,7 @@ public:
         return true;
     }
 
+    /// Empties the handle and takes the observer away.
     void Reset()
     {
         if (m_value)
@@ -90,8 +96,10 @@ public:
         m_value.Reset();
     }
 
+    /// The value, or null.
     [[nodiscard]] T* get() const { return m_value.get(); }
     [[nodiscard]] const std::shared_ptr<T>& share() const { return m_value.share(); }
+    /// As a pointer; ask first whether it is bound.
     T* operator->() const { return m_value.get(); }
     T& operator*() const { return *m_value; }
     explicit operator bool() const { return static_cast<bool>(m_value); }

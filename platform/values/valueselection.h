@@ -9,9 +9,10 @@ namespace values {
 /// A choice between entries. As a number, it is the key of the current one.
 class Q_DECL_EXPORT ValueSelection : public ValueBase {
 public:
+    /// One of the choices.
     struct Entry {
-        double key;
-        QString text;
+        double key;   // exact for whole numbers
+        QString text; // for displays
         bool operator==(const Entry& other) const = default;
     };
 
@@ -19,7 +20,9 @@ public:
     /// Errors: NQException when a key is not a number, or a key or text comes twice.
     explicit ValueSelection(const QString& name, std::vector<Entry> entries = {});
 
+    /// The choices, in their order.
     [[nodiscard]] const std::vector<Entry>& GetEntries() const { return m_entries; }
+    /// Whether an entry has that key, or that text.
     [[nodiscard]] bool HasKey(double key) const;
     [[nodiscard]] bool HasText(const QString& text) const;
 
