@@ -85,27 +85,27 @@ def link(stem, match):
     return match[0] if path.endswith((".md", ".png")) else text
 
 
-def guide(stem, lines):
-    """Lines of a guide as the generator understands them."""
-    taken, is_code = {}, False
-    for line in lines:
-        if line.startswith("```"):
-            is_code = not is_code
-        elif not is_code:
-            heading = re.match(r"^(#+) (.*)$", line)
-            line = re.sub(r"!\[([^\]]*)\]\([^)]*/([^)/]+)\)", r"![\1](\2)", line)
-            line = re.sub(r"(?<!!)\[([^\]]*)\]\(([^)\s]+)\)", lambda match: link(stem, match), line)
-            if heading:
-                name = anchor(heading[2], taken)
-                line += f" {{#{stem}-{name}}}" if len(heading[1]) > 1 else ""
-        yield line
+def guide(stem, text):
+    """A guide as the generator understands it."""
+    taken = {}
+
+    def heading(match):
+        name = anchor(match[2], taken)
+        return match[0] + (f" {{#{stem}-{name}}}" if len(match[1]) > 1 else "")
+
+    def prose(part):
+        part = re.sub(r"!\[([^\]]*)\]\([^)]*/([^)/]+)\)", r"![\1](\2)", part)
+        part = re.sub(r"(?<!!)\[([^\]]*)\]\(([^)\s]+)\)", lambda match: link(stem, match), part)
+        return re.sub(r"^(#+) (.*)$", heading, part, flags=re.M)
+
+    parts = re.split(r"(^```.*?^```$)", text, flags=re.S | re.M)
+    return "".join(part if part.startswith("```") else prose(part) for part in parts)
 
 
 def main():
     path = Path(sys.argv[1])
-    lines = path.read_text(encoding="utf-8").split("\n")
-    shown = guide(path.stem, lines) if path.suffix == ".md" else header(lines)
-    sys.stdout.write("\n".join(shown))
+    text = path.read_text(encoding="utf-8")
+    sys.stdout.write(guide(path.stem, text) if path.suffix == ".md" else "\n".join(header(text.split("\n"))))
 
 
 if __name__ == "__main__":

@@ -57,22 +57,23 @@ class Headers(unittest.TestCase):
 
 
 class Guides(unittest.TestCase):
-    def expect(self, lines, expected):
-        self.assertEqual(list(shown.guide("page", lines)), expected)
+    def expect(self, text, expected):
+        self.assertEqual(shown.guide("page", text), expected)
 
     def test_have_the_anchors_that_links_use(self):
-        self.expect(["## How it `ends`"], ["## How it `ends` {#page-how-it-ends}"])
-        self.expect(["## Twice", "## Twice"], ["## Twice {#page-twice}", "## Twice {#page-twice-1}"])
+        self.expect("## How it `ends`\n", "## How it `ends` {#page-how-it-ends}\n")
+        self.expect("## Twice\n## Twice\n", "## Twice {#page-twice}\n## Twice {#page-twice-1}\n")
 
     def test_link_to_headings_of_their_own_and_of_others(self):
-        self.expect(["[a](#twice), [b](other.md#there)"], ["[a](@ref page-twice), [b](@ref other-there)"])
+        self.expect("[a](#twice), [b](other.md#there)", "[a](@ref page-twice), [b](@ref other-there)")
+        self.expect("[over\ntwo lines](other.md#there)", "[over\ntwo lines](@ref other-there)")
 
     def test_keep_the_names_of_files_that_are_no_part_of_the_site(self):
-        self.expect(["[`df.bin`](samples/df.bin), [x](other.md)"], ["`df.bin`, [x](other.md)"])
+        self.expect("[`df.bin`](samples/df.bin), [x](other.md)", "`df.bin`, [x](other.md)")
 
     def test_leave_code_as_it_is(self):
-        lines = ["```text", "## no heading [a](b)", "```"]
-        self.expect(lines, lines)
+        text = "```text\n## no heading [a](b)\n```\n"
+        self.expect(text, text)
 
 
 if __name__ == "__main__":

@@ -182,7 +182,7 @@ class WireFormatPage(unittest.TestCase):
         self.assertEqual([words for words in expected if words not in text], [])
 
     def test_has_an_example_that_is_read_as_it_says(self):
-        picture = section("A datagram, byte by byte").split("```")[1]
+        picture = re.search(r"```text\n(.*?)^```", section("A datagram, byte by byte"), re.S | re.M)[1]
         octets = "".join(re.split(r"  +(?=[a-z])", line)[0] for line in picture.strip().splitlines())
         with tempfile.TemporaryDirectory() as folder:
             path = Path(folder) / "example.bin"

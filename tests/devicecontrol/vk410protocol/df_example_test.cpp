@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The example of docs/direction-finding.md; a test of the documentation compares both.
+// The example of docs/direction-finding.md; a test of the documents compares both.
 #include "support/dfscan_receiver.h"
 #include <gmock/gmock.h>
 
@@ -13,8 +13,8 @@ TEST(DirectionFindingExample, BringsBlocksIntoTheMapAndBlanksThem)
     VK410Processor dispatcher{false};
     bool frequencyBlanked = false;
 
-    // As in the document.
     // clang-format off
+    // [example]
     MdpDFPScan processor{&receiver};                            // who gets the raw arrays; may be null
     processor.Init("/RX");                                      // path of the receiver in the value tree
     dispatcher.RegisterTagProcessor(&processor, TAG_5301, 0);
@@ -29,6 +29,7 @@ TEST(DirectionFindingExample, BringsBlocksIntoTheMapAndBlanksThem)
 
     QObject::connect(&processor, &MdpDFPScan::SignalFrequencyBlanking, [&] { frequencyBlanked = true; });
     FreqStore::Instance()->GetLocalSuppressRange()->AddRange(100e6, 100e6);
+    // [example]
     // clang-format on
 
     rx.blankingRanges->AddRange(100'075'000, 100'075'000);

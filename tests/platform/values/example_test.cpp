@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: MIT
-// The example of docs/value-framework.md, which has to stay the same as there.
+// The example of docs/value-framework.md; a test of the documents compares both.
 #include "support/listener.h"
 #include "support/value_tree.h"
+// [includes]
 #include "values/fastvaluemap.h"
 #include "values/tree.h"
 #include "values/valuenumeric.h"
 #include "values/valueptr.h"
+// [includes]
 #include <gmock/gmock.h>
 
 namespace {
@@ -16,17 +18,21 @@ public:
 
     void run(const short* trace)
     {
+        // clang-format off
+        // [example]
         auto levels = values::Tree::Instance()->Create<values::LevelMap>("/RECEIVER", "LEVELS");
         values::ChannelRangeDefinition grid;
-        grid.AddRangeDefinition(0, 1601, 100e6, 12.5e3, ""); // first id, channels, start, step, name
-        levels->SetChannelRangeDefinition(grid, 10);         // clears the levels, notifies with 10
-        levels->SetChannelValues(0, 1601, trace);            // one copy
-        levels->EndOfScan();                                 // to the real-time buffers
-        levels->HasChanged(10);                              // displays may look now
+        grid.AddRangeDefinition(0, 1601, 100e6, 12.5e3, "");       // first id, channels, start, step, name
+        levels->SetChannelRangeDefinition(grid, 10);               // clears the levels, notifies with 10
+        levels->SetChannelValues(0, 1601, trace);                  // one copy
+        levels->EndOfScan();                                       // to the real-time buffers
+        levels->HasChanged(10);                                    // displays may look now
 
         values::ValuePtr<values::ValueNumericWithOffset> frequency("/RECEIVER/FREQUENCY");
-        if (frequency)                           // empty when there is no such value
-            frequency->SetValue(433.92e6, this); // tells everybody but the originator
+        if (frequency)                                             // empty when there is no such value
+            frequency->SetValue(433.92e6, this);                   // tells everybody but the originator
+        // [example]
+        // clang-format on
     }
 };
 

@@ -230,37 +230,4 @@ TEST_F(Simulate, ObeysCentreSpanAndStep)
     EXPECT_EQ(start["points"], 801);
 }
 
-// The console blocks of docs/simulate.md: "$ command", then what it prints. The JSON block is its scene file.
-TEST_F(Simulate, DocumentationPrintsWhatTheProgramPrints)
-{
-    std::ofstream scene{folder.path() + "/harbour.json"};
-    std::string block;
-    std::string command;
-    std::string printed;
-    int examples = 0;
-    const auto check = [&] {
-        if (command.empty())
-            return;
-        EXPECT_EQ(script(command + " 2>&1").out, printed) << command;
-        ++examples;
-        command.clear();
-        printed.clear();
-    };
-    for (const std::string& line : linesOf(contentOf(std::string(VK410_DOCS) + "/simulate.md"))) {
-        if (line.starts_with("```")) {
-            check();
-            block = block.empty() ? line.substr(3) : "";
-            scene.flush();
-        } else if (block == "json") {
-            scene << line << "\n";
-        } else if (block == "console" && line.starts_with("$ ")) {
-            check();
-            command = line.substr(2);
-        } else if (block == "console") {
-            printed += line + "\n";
-        }
-    }
-    EXPECT_GE(examples, 3);
-}
-
 } // namespace
