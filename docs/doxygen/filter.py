@@ -81,8 +81,10 @@ def link(stem, match):
     if "://" in target:
         return match[0]
     if fragment:
-        return f"[{text}](@ref {Path(path).stem if path else stem}-{fragment})"
-    return match[0] if path.endswith((".md", ".png")) else text
+        target = f"@ref {Path(path).stem if path else stem}-{fragment}"
+    elif not path.endswith((".md", ".png")):
+        return text
+    return f"[{text.replace('`', '')}]({target})"  # no code in the text of a link
 
 
 def guide(stem, text):

@@ -6,6 +6,7 @@
 #include <QCoreApplication>
 #include <QTcpSocket>
 #include <cstdio>
+#include <cstdlib>
 
 int main(int argc, char** argv)
 {
