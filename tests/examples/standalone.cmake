@@ -1,21 +1,14 @@
 # SPDX-License-Identifier: MIT
 # Installs the project into a folder of its own, builds each example against it, and runs the one that needs no receiver.
-function(run)
-    execute_process(COMMAND ${ARGV} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
-    if(NOT result EQUAL 0)
-        message(FATAL_ERROR "${ARGV}: ${result}\n${output}")
-    endif()
-    set(printed "${output}" PARENT_SCOPE)
-endfunction()
-
+include(${CMAKE_CURRENT_LIST_DIR}/../install/steps.cmake)
 file(REMOVE_RECURSE ${WORK_DIR})
 run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${WORK_DIR}/prefix)
+set(sources ${CMAKE_CURRENT_LIST_DIR}/../..)
 foreach(example minimal_host own_processor mirror_client read_recording)
-    run(${CMAKE_COMMAND} -S ${EXAMPLES_DIR}/${example} -B ${WORK_DIR}/${example} -G Ninja
-        -DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix -DCMAKE_CXX_COMPILER=${CXX_COMPILER} -DCMAKE_CXX_FLAGS=${CXX_FLAGS})
-    run(${CMAKE_COMMAND} --build ${WORK_DIR}/${example})
+    build_project(${sources}/examples/${example} ${WORK_DIR}/${example} -DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix)
 endforeach()
-run(${WORK_DIR}/read_recording/read_recording ${SAMPLE})
-if(NOT printed MATCHES "MHz")
-    message(FATAL_ERROR "read_recording printed: ${printed}")
+execute_process(COMMAND ${WORK_DIR}/read_recording/read_recording ${sources}/docs/samples/df.bin
+    RESULT_VARIABLE result OUTPUT_VARIABLE printed)
+if(NOT result EQUAL 0 OR NOT printed MATCHES "156.8000 MHz:  72.5 degrees")
+    message(FATAL_ERROR "read_recording ended with ${result} and printed: ${printed}")
 endif()
