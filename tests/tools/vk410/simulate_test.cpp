@@ -93,10 +93,12 @@ void expectFaultsInTheLedger(const Ran& ran)
 
 TEST_F(Simulate, SpoilsWhatTheMonitorThenMissesOverTcp)
 {
+    // The monitor ends when the simulator has gone and all of it was read, however long that takes.
     expectFaultsInTheLedger(script("vk410 simulate band --tcp 127.0.0.1:$PORT --rate 0" + everyFault +
-                                   "> sent 2> err & until_says waiting err; vk410 monitor "
-                                   "tcp://127.0.0.1:$PORT --headless --for 2 > got "
-                                   "2> /dev/null; wait; tail -1 truth; cat got"));
+                                   "> sent 2> err & until_says waiting err; "
+                                   "vk410 monitor tcp://127.0.0.1:$PORT --headless > got 2> said & "
+                                   "monitor=$!; until_says 'connection lost' said; kill -INT $monitor; "
+                                   "wait; tail -1 truth; cat got"));
 }
 
 TEST_F(Simulate, SpoilsWhatTheMonitorThenMissesOverUdp)
