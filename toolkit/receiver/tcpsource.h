@@ -22,6 +22,9 @@ public:
     void setObserver(IMassDataObserver* observer) override { m_observer = observer; }
     void startMirror(const ListenSpec& place) override;
 
+    /// The reader of the connection that stands now; null while there is none.
+    [[nodiscard]] const TcpReader* reader() const { return m_reader.get(); }
+
 public slots:
     // What the reader connects itself to.
     void ProcessDatagram(UdpDatagram* datagram);
