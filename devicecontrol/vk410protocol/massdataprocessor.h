@@ -4,16 +4,18 @@
 #include "devicecontrol/vk410protocol/massdataobserver.h"
 #include "devicecontrol/vk410protocol/udpdatagram.h"
 #include <QString>
+#include <vector>
+
+class VK410Processor;
 
 /// Takes the attributes of one tag and channel and turns them into values of the application.
-/// Owner:  the application; it unregisters a processor before destroying it, or destroys the dispatcher
-/// first.
-/// Thread: that of the dispatcher.
+/// Owner:  the application. Whichever dies first, processor or dispatcher, takes the routes to it along.
+/// Thread: that of the dispatcher; a processor that no route leads to may die in any.
 class Q_DECL_EXPORT IMassDataProcessor {
 public:
     IMassDataProcessor() = default;
-    IMassDataProcessor(const IMassDataProcessor&) = default;
-    IMassDataProcessor& operator=(const IMassDataProcessor&) = default;
+    IMassDataProcessor(const IMassDataProcessor& other); // a route leads to one object
+    IMassDataProcessor& operator=(const IMassDataProcessor& other);
     virtual ~IMassDataProcessor();
 
     /// Initialises the processor; what `path` means is the processor's. This one stores it.
@@ -41,5 +43,7 @@ protected:
     QString m_path; // path in the value tree, set by `Init`
 
 private:
+    friend class VK410Processor;
     IMassDataObserver* m_massDataObserver = nullptr;
+    std::vector<VK410Processor*> m_dispatchers; // with routes to this, one entry a route
 };

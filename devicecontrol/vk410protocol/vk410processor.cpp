@@ -6,6 +6,7 @@
 #include "nqbase/nqexception.h"
 #include "wire/layout.h"
 #include "wire/view.h"
+#include <algorithm>
 #include <cstddef>
 #include <memory>
 
@@ -61,17 +62,36 @@ VK410Processor::VK410Processor(bool ignoreChannel)
     registerMetaTypes();
 }
 
-VK410Processor::~VK410Processor() = default;
+VK410Processor::~VK410Processor()
+{
+    for (const auto& [key, processor] : m_registry)
+        std::erase(processor->m_dispatchers, this);
+}
 
 void VK410Processor::RegisterTagProcessor(IMassDataProcessor* processor, TRACE_TAG tag, unsigned int channel)
 {
-    if (processor)
-        m_registry.emplace(std::pair{tag, channel}, processor);
+    if (!processor || m_registry.contains({tag, channel}))
+        return;
+    std::vector<VK410Processor*>& dispatchers = processor->m_dispatchers;
+    dispatchers.reserve(dispatchers.size() +
+                        1); // all or nothing: what may fail for want of memory comes first
+    m_registry.emplace(std::pair{tag, channel}, processor);
+    dispatchers.push_back(this);
 }
 
 void VK410Processor::UnRegisterTagProcessor(TRACE_TAG tag, unsigned int channel)
 {
-    m_registry.erase({tag, channel});
+    const auto route = m_registry.find({tag, channel});
+    if (route == m_registry.end())
+        return;
+    std::vector<VK410Processor*>& dispatchers = route->second->m_dispatchers;
+    dispatchers.erase(std::find(dispatchers.begin(), dispatchers.end(), this));
+    m_registry.erase(route);
+}
+
+void VK410Processor::forget(const IMassDataProcessor& processor)
+{
+    std::erase_if(m_registry, [&processor](const auto& route) { return route.second == &processor; });
 }
 
 void VK410Processor::ProcessDatagram(UdpDatagram* pDGram)
