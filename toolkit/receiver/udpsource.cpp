@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "toolkit/receiver/udpsource.h"
 #include <QElapsedTimer>
+#include <QScopeGuard>
 #include <fmt/format.h>
+#include <new>
 
 namespace receiver {
 
@@ -30,6 +32,23 @@ void UdpSource::start(Sink sink)
 }
 
 void UdpSource::takeWhatWaits()
+{
+    // From the event loop of a datagram's receiver: the outer call goes on with what is there, in order.
+    // Asked again and again, that loop would only spin.
+    if (m_isTaking)
+        return m_notifier->setEnabled(false);
+    m_isTaking = true;
+    const auto finish = qScopeGuard([this] {
+        m_isTaking = false;
+        m_notifier->setEnabled(true);
+    });
+    try {
+        takeBatches();
+    } catch (const std::bad_alloc&) { // NOLINT(bugprone-empty-catch): what waits is asked for again
+    }
+}
+
+void UdpSource::takeBatches()
 {
     QElapsedTimer timer;
     timer.start();

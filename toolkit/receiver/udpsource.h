@@ -26,6 +26,7 @@ public:
 
 private:
     void takeWhatWaits();
+    void takeBatches();
 
     SourceSpec m_spec;
     int m_bufferBytes;
@@ -33,6 +34,7 @@ private:
     Sink m_sink;
     std::unique_ptr<UdpSocket> m_socket;
     std::unique_ptr<QSocketNotifier> m_notifier;
+    bool m_isTaking = false;
 };
 
 } // namespace receiver
