@@ -48,13 +48,21 @@ bool DatagramCutter::mayHaveWhole(qint64 unread) const
     return !m_brokenAt && held() + unread >= (m_buffer ? missing() : qint64{headerSize});
 }
 
-QByteArray DatagramCutter::takePartOfHeader()
+bool DatagramCutter::hasPartOfHeader() const
 {
-    if (m_buffer || m_brokenAt || held() >= headerSize)
-        return {};
-    QByteArray part{m_chunk.get() + m_chunkBegin, static_cast<int>(held())};
-    m_chunkBegin = m_chunkEnd;
-    return part;
+    return !m_buffer && !m_brokenAt && held() < headerSize;
+}
+
+QByteArray DatagramCutter::partOfHeader() const
+{
+    return hasPartOfHeader() ? QByteArray{m_chunk.get() + m_chunkBegin, static_cast<int>(held())}
+                             : QByteArray{};
+}
+
+void DatagramCutter::forgetPartOfHeader()
+{
+    if (hasPartOfHeader())
+        m_chunkBegin = m_chunkEnd;
 }
 
 DatagramCutter::Bytes DatagramCutter::next()

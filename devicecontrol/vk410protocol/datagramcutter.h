@@ -38,11 +38,13 @@ public:
     /// Whether a datagram may be whole with `unread` bytes more than were read so far.
     [[nodiscard]] bool mayHaveWhole(qint64 unread) const;
 
-    /// Forgets and returns what was read of a header that is not whole, at most 15 bytes.
-    [[nodiscard]] QByteArray takePartOfHeader();
+    /// What was read of a header that is not whole, at most 15 bytes.
+    [[nodiscard]] QByteArray partOfHeader() const;
+    void forgetPartOfHeader();
 
 private:
     [[nodiscard]] qint64 held() const { return m_chunkEnd - m_chunkBegin; }
+    [[nodiscard]] bool hasPartOfHeader() const;
     [[nodiscard]] qint64 missing() const { return qint64{m_total} - m_buffer->size(); }
     [[nodiscard]] bool begin();
     void take();

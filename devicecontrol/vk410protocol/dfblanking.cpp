@@ -5,6 +5,7 @@
 #include "nqbase/errorhandler.h"
 #include <algorithm>
 #include <cmath>
+#include <new>
 #include <utility>
 
 namespace {
@@ -62,16 +63,24 @@ void DfBlanking::Update(const Observable* subject, TChangeCode code)
 
 bool DfBlanking::BlankBySuppressRanges(int jobId, const blanking::Stretch& stretch)
 {
-    if (std::exchange(m_bySuppressRanges.isOutdated, false))
-        m_bySuppressRanges.channels = blanking::blankedChannels(m_scanRanges, suppressRanges());
+    bringUpToDate(m_bySuppressRanges, [this] { return suppressRanges(); });
     return blank(m_bySuppressRanges, jobId, stretch);
 }
 
 bool DfBlanking::BlankByBlankingRanges(int jobId, const blanking::Stretch& stretch)
 {
-    if (std::exchange(m_byBlankingRanges.isOutdated, false))
-        m_byBlankingRanges.channels = blanking::blankedChannels(m_scanRanges, blankingRanges());
+    bringUpToDate(m_byBlankingRanges, [this] { return blankingRanges(); });
     return blank(m_byBlankingRanges, jobId, stretch);
+}
+
+// Outdated until it is done: there may be no memory now, and some with the next block.
+template <typename Ranges>
+void DfBlanking::bringUpToDate(Blanked& blanked, const Ranges& ranges)
+{
+    if (!blanked.isOutdated)
+        return;
+    blanked.channels = blanking::blankedChannels(m_scanRanges, ranges());
+    blanked.isOutdated = false;
 }
 
 bool DfBlanking::blank(const Blanked& blanked, int jobId, const blanking::Stretch& stretch)
@@ -156,8 +165,22 @@ void DfBlanking::followStore()
             return resynchronise();
         const values::RangeChange change = log.GetChange(m_processedChanges);
         ++m_processedChanges;
-        apply(change);
+        try {
+            apply(change);
+        } catch (const std::bad_alloc&) {
+            m_isBehind = true;
+            throw;
+        }
     }
+}
+
+// After a change for which there was no memory.
+void DfBlanking::catchUp()
+{
+    assembleBlankingMap();
+    if (m_store)
+        resynchronise();
+    m_isBehind = false;
 }
 
 void DfBlanking::apply(const values::RangeChange& change)
@@ -222,6 +245,8 @@ void DfBlanking::addStatus(values::RangeId id, const Range& range)
 
 void DfBlanking::UpdateStatus(const DfOptHeader& header, quint64 mapStamp, bool blanked)
 {
+    if (m_isBehind)
+        catchUp();
     if (m_jobRanges.find(header.jobId) == m_jobRanges.end())
         return;
     if (beginsSweep(header)) {

@@ -55,6 +55,8 @@ private:
     static void append(std::vector<blanking::Interval>& intervals, const Store* ranges);
     [[nodiscard]] std::vector<blanking::Interval> suppressRanges() const;
     [[nodiscard]] std::vector<blanking::Interval> blankingRanges() const;
+    template <typename Ranges>
+    void bringUpToDate(Blanked& blanked, const Ranges& ranges);
     static bool blank(const Blanked& blanked, int jobId, const blanking::Stretch& stretch);
 
     void assembleBlankingMap();
@@ -65,6 +67,7 @@ private:
     void apply(const values::RangeChange& change);
     void applyAddedOrChanged(values::RangeId id);
     void resynchronise();
+    void catchUp();
     void addStatus(values::RangeId id, const Range& range);
 
     [[nodiscard]] bool beginsSweep(const DfOptHeader& header);
@@ -90,4 +93,5 @@ private:
     };
     std::optional<FirstBlock> m_firstOfSweep;
     quint64 m_processedChanges = 0; // of the store's change log
+    bool m_isBehind = false;        // one of them could not be applied
 };

@@ -10,6 +10,7 @@
 #include "wire/optheader.h"
 #include <algorithm>
 #include <cmath>
+#include <new>
 #include <utility>
 
 namespace {
@@ -150,6 +151,16 @@ void MdpDFPScan::bindAttitude()
 }
 
 void MdpDFPScan::SlotNewOrModifiedScanRanges(ScanRangeContainer scanRanges)
+{
+    try {
+        takeScanRanges(std::move(scanRanges));
+    } catch (const std::bad_alloc&) {
+        m_jobChannelOffset.clear();
+        trace(QStringLiteral("There is no memory for the scan ranges"), __LINE__);
+    }
+}
+
+void MdpDFPScan::takeScanRanges(ScanRangeContainer scanRanges)
 {
     scanRanges.erase(std::remove(scanRanges.begin(), scanRanges.end(), nullptr), scanRanges.end());
     const ScanGrid scan = ScanGrid::of(scanRanges);

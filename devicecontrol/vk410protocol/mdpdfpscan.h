@@ -62,7 +62,8 @@ signals:
 public slots:
     /// Takes over the scan ranges of a job, in the order of their channels, and lays out the map's grid.
     /// Azimuth sectors that cross north are split in the ranges themselves. Null ranges are skipped.
-    /// Errors: a grid that the map refuses is traced under mask 0x20; no job is known then.
+    /// Errors: a grid that the map refuses, or has no memory for, is traced under mask 0x20; no job is known
+    /// then.
     void SlotNewOrModifiedScanRanges(ScanRangeContainer scanRanges);
 
 private:
@@ -70,6 +71,7 @@ private:
     using Number = values::ValueNumeric<double>;
     using Time = values::ValueNumeric<qint64>;
 
+    void takeScanRanges(ScanRangeContainer scanRanges);
     void bindAttitude();
     void checkAzimuthSectors(ScanRange& range);
     void collectDfMethods(int method, bool endOfSweep);

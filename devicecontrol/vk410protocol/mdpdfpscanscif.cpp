@@ -6,6 +6,7 @@
 #include "nqbase/errorhandler.h"
 #include "nqbase/nqexception.h"
 #include "wire/optheader.h"
+#include <new>
 #include <utility>
 
 namespace {
@@ -48,6 +49,16 @@ void MdpDFPScanSCIF::Init(QString path)
 }
 
 void MdpDFPScanSCIF::SlotNewOrModifiedScanRanges(ScanRangeContainer ranges)
+{
+    try {
+        takeScanRanges(ranges);
+    } catch (const std::bad_alloc&) {
+        m_rangeStarts.clear();
+        trace(QStringLiteral("There is no memory for the scan ranges"), __LINE__);
+    }
+}
+
+void MdpDFPScanSCIF::takeScanRanges(const ScanRangeContainer& ranges)
 {
     const ScanGrid scan = ScanGrid::of(ranges);
     m_rangeStarts.clear();

@@ -32,10 +32,12 @@ public:
 public slots:
     /// Takes over the scan ranges of a job, in the order of their channels, and lays out the map's grid. Null
     /// ranges are skipped.
-    /// Errors: a grid that the map refuses is traced under mask 0x20; no range is known then.
+    /// Errors: a grid that the map refuses, or has no memory for, is traced under mask 0x20; no range is
+    /// known then.
     void SlotNewOrModifiedScanRanges(ScanRangeContainer ranges);
 
 private:
+    void takeScanRanges(const ScanRangeContainer& ranges);
     void write(const DfOptHeader& header, int rangeFirst,
                const std::vector<values::DFSpectrumSample>& samples);
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "devicecontrol/vk410protocol/mirrorclients.h"
 #include "devicecontrol/vk410protocol/peerwatch.h"
+#include <QScopeGuard>
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -87,6 +88,10 @@ std::vector<qint64> MirrorClients::send(std::span<const std::unique_ptr<QByteArr
     cut.reserve(m_clients.size());
     // A write that fails makes its client go at once, from inside the call.
     m_isSending = true;
+    const auto finish = qScopeGuard([this] {
+        m_isSending = false;
+        forgetRemoved();
+    });
     for (Client& client : m_clients) {
         if (client.socket)
             notice(client);
@@ -99,8 +104,6 @@ std::vector<qint64> MirrorClients::send(std::span<const std::unique_ptr<QByteArr
             end(socket);
         }
     }
-    m_isSending = false;
-    forgetRemoved();
     return cut;
 }
 

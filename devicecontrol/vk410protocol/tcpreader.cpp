@@ -13,7 +13,7 @@
 #include <QTcpSocket>
 #include <algorithm>
 #include <exception>
-#include <iterator>
+#include <new>
 #include <sys/socket.h>
 #include <utility>
 
@@ -37,10 +37,29 @@ constexpr qint64 bytesPerRead = qint64{16} << 10;
 // How often clients are looked after while the stream brings nothing.
 constexpr int mirrorLookMilliseconds = 1'000;
 
-void traceError(const QString& message, int line)
+// Composes the text only where somebody reads it; where there is no memory for it, it is not there.
+template <typename Compose>
+void traceError(const Compose& compose, int line)
 {
-    if ((ErrorHandler::Instance()->GetTraceMask() & tracemask::error) != 0)
-        _Q_Trace(message, sourceFile, line);
+    if ((ErrorHandler::Instance()->GetTraceMask() & tracemask::error) == 0)
+        return;
+    try {
+        _Q_Trace(compose(), sourceFile, line);
+    } catch (const std::bad_alloc&) { // NOLINT(bugprone-empty-catch): the text was all
+    }
+}
+
+// What the event loop calls must not throw for want of memory: Qt does not survive that. Result: whether
+// there was enough.
+template <typename Work>
+bool hasMemoryFor(const Work& work)
+{
+    try {
+        work();
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
 }
 
 bool hasSlot(const QObject* object, const char* signature)
@@ -56,6 +75,7 @@ TcpReader::TcpReader(const QString& address, unsigned short port, QObject* paren
     , m_mirror(std::make_unique<MirrorClients>())
 {
     qRegisterMetaType<UdpDatagram*>("UdpDatagram*");
+    const QPointer<TcpReader> first = this; // it takes memory; those in the slots do not any more
     connect(m_socket, SIGNAL(readyRead()), this, SLOT(SlotReadyRead()));
     // A bare dispatcher has no SlotConnected; it is simply not told.
     if (hasSlot(parent, "SlotConnected()"))
@@ -73,7 +93,7 @@ TcpReader::TcpReader(const QString& address, unsigned short port, QObject* paren
             return;
         if (m_mirror->count() == 0)
             m_mirrorLook.stop();
-        tellCut(m_mirror->send({})); // nothing to send: stalled and dead clients go all the same
+        sendToMirror({}); // nothing to send: stalled and dead clients go all the same
     });
     m_socket->setReadBufferSize(bytesPerRead);
     m_socket->connectToHost(address, port, QIODevice::ReadOnly, QAbstractSocket::AnyIPProtocol);
@@ -134,7 +154,7 @@ qint64 TcpReader::MirrorBytesWaiting() const
 
 bool TcpReader::HasPendingDatagrams() const
 {
-    return !m_complete.empty() || m_cutter->mayHaveWhole(m_socket->bytesAvailable());
+    return hasComplete() || m_cutter->mayHaveWhole(m_socket->bytesAvailable());
 }
 
 void TcpReader::SlotReadyRead()
@@ -156,14 +176,14 @@ void TcpReader::SlotReadyRead()
     timer.start();
     qint64 bytes = 0;
     do {
-        if (m_complete.empty())
+        if (!hasComplete())
             bytes += m_mirror->count() == 0 ? passOn(timer) : cutBlock();
         if (self)
             emitComplete(timer);
         if (!self)
             return;
     } while (hasMore() && bytes < bytesPerNotification && !timer.hasExpired(millisecondsPerNotification));
-    if (m_cutter->brokenAt() && m_complete.empty())
+    if (m_cutter->brokenAt() && !hasComplete())
         return breakStream();
     if (hasMore())
         continueLater();
@@ -176,15 +196,19 @@ void TcpReader::leavePartOfHeader()
 {
     if (!m_socket->isReadable())
         return; // closed by whoever took a datagram
-    const QByteArray part = m_cutter->takePartOfHeader();
-    for (int i = part.size() - 1; i >= 0; --i)
-        m_socket->ungetChar(part[i]);
+    // Without memory the cutter keeps it; only the first byte that is given back takes some.
+    (void)hasMemoryFor([this] {
+        const QByteArray part = m_cutter->partOfHeader();
+        for (int i = part.size() - 1; i >= 0; --i)
+            m_socket->ungetChar(part[i]);
+        m_cutter->forgetPartOfHeader();
+    });
 }
 
 // The socket's own bytes came while a receiver ran an event loop of its own; nobody will tell of them again.
 bool TcpReader::hasMore() const
 {
-    return !m_complete.empty() || (!m_cutter->brokenAt() && (!m_isDry || m_socket->bytesAvailable() > 0));
+    return hasComplete() || (!m_cutter->brokenAt() && (!m_isDry || m_socket->bytesAvailable() > 0));
 }
 
 // What waits in the socket first, then straight from the system: Qt would take it in with a copy and a turn
@@ -202,14 +226,16 @@ qint64 TcpReader::read(char* to, qint64 size)
 
 void TcpReader::continueLater()
 {
-    QMetaObject::invokeMethod(
-        this,
-        [this] {
-            m_isContinued = false;
-            SlotReadyRead();
-        },
-        Qt::QueuedConnection);
-    m_isContinued = true;
+    // Without memory, the next bytes that arrive continue.
+    m_isContinued = hasMemoryFor([this] {
+        QMetaObject::invokeMethod(
+            this,
+            [this] {
+                m_isContinued = false;
+                SlotReadyRead();
+            },
+            Qt::QueuedConnection);
+    });
 }
 
 // Cuts and emits one by one, while there is no client: each datagram gets the memory that the one before has
@@ -233,31 +259,46 @@ qint64 TcpReader::passOn(const QElapsedTimer& timer)
 // A block of complete datagrams: it goes to each client as one, and is emitted afterwards. Result: its bytes.
 qint64 TcpReader::cutBlock()
 {
-    std::vector<Bytes> block;
+    m_complete.clear();
+    m_emitted = 0;
     qint64 size = 0;
-    while (size < bytesPerBlock) {
+    // Room first: a datagram that was cut is never dropped.
+    while (size < bytesPerBlock && hasMemoryFor([this] { makeRoomForOne(); })) {
         Bytes bytes = m_cutter->next();
         m_isDry = !bytes;
         if (m_isDry)
             break;
         size += bytes->size();
-        block.push_back(std::move(bytes));
+        m_complete.push_back(std::move(bytes));
     }
-    if (block.empty())
-        return 0;
-    const std::vector<qint64> clientsCut = m_mirror->send(block);
-    m_complete.insert(m_complete.end(), std::make_move_iterator(block.begin()),
-                      std::make_move_iterator(block.end()));
-    tellCut(clientsCut);
+    if (hasComplete())
+        sendToMirror(m_complete);
     return size;
+}
+
+void TcpReader::makeRoomForOne()
+{
+    if (m_complete.size() == m_complete.capacity())
+        m_complete.reserve(2 * m_complete.size() + 16);
+}
+
+void TcpReader::sendToMirror(std::span<const Bytes> datagrams)
+{
+    const QPointer<TcpReader> self = this;
+    if (!hasMemoryFor([&] { tellCut(m_mirror->send(datagrams)); }) && self)
+        traceError([] { return QStringLiteral("No memory to serve all mirror clients"); }, __LINE__);
 }
 
 void TcpReader::tellCut(const std::vector<qint64>& waiting)
 {
     const QPointer<TcpReader> self = this;
     for (const qint64 bytes : waiting) {
-        traceError(QStringLiteral("Mirror client cut: %1 bytes wait and it does not take them").arg(bytes),
-                   __LINE__);
+        traceError(
+            [bytes] {
+                return QStringLiteral("Mirror client cut: %1 bytes wait and it does not take them")
+                    .arg(bytes);
+            },
+            __LINE__);
         if (self && m_observer)
             m_observer->MirrorClientCut(bytes);
     }
@@ -267,7 +308,8 @@ void TcpReader::tellCut(const std::vector<qint64>& waiting)
 void TcpReader::breakStream()
 {
     const QPointer<TcpReader> self = this;
-    traceError(QStringLiteral("Mass-data stream given up: ") + m_cutter->reason(), __LINE__);
+    traceError([this] { return QStringLiteral("Mass-data stream given up: ") + m_cutter->reason(); },
+               __LINE__);
     if (!self)
         return;
     const quint32 length = *m_cutter->brokenAt();
@@ -280,11 +322,8 @@ void TcpReader::breakStream()
 void TcpReader::emitComplete(const QElapsedTimer& timer)
 {
     const QPointer<TcpReader> self = this;
-    while (self && !m_complete.empty() && !timer.hasExpired(millisecondsPerNotification)) {
-        Bytes bytes = std::move(m_complete.front());
-        m_complete.pop_front();
-        emitDatagram(std::move(bytes));
-    }
+    while (self && hasComplete() && !timer.hasExpired(millisecondsPerNotification))
+        emitDatagram(std::move(m_complete[m_emitted++]));
 }
 
 void TcpReader::emitDatagram(Bytes bytes)
@@ -295,11 +334,14 @@ void TcpReader::emitDatagram(Bytes bytes)
     try {
         emit si_newDatagram(std::make_unique<UdpDatagram>(std::move(bytes)).release());
     } catch (const std::exception& failure) {
-        traceError(QStringLiteral("Exception while handling a datagram: ") +
-                       QString::fromUtf8(failure.what()),
-                   __LINE__);
+        traceError(
+            [&failure] {
+                return QStringLiteral("Exception while handling a datagram: ") +
+                       QString::fromUtf8(failure.what());
+            },
+            __LINE__);
     } catch (...) {
-        traceError(QStringLiteral("Exception while handling a datagram: unknown"), __LINE__);
+        traceError([] { return QStringLiteral("Exception while handling a datagram: unknown"); }, __LINE__);
     }
 }
 
@@ -307,9 +349,15 @@ void TcpReader::SlotNewConnection()
 {
     auto* const server = qobject_cast<QTcpServer*>(sender());
     while (QTcpSocket* const client = server ? server->nextPendingConnection() : nullptr) {
-        connect(client, SIGNAL(disconnected()), this, SLOT(SlotConnectionClosed()));
-        m_mirror->add(client);
-        m_mirrorLook.start(mirrorLookMilliseconds);
+        const bool isTaken = hasMemoryFor([this, client] {
+            connect(client, SIGNAL(disconnected()), this, SLOT(SlotConnectionClosed()));
+            m_mirror->add(client);
+            m_mirrorLook.start(mirrorLookMilliseconds);
+        });
+        if (!isTaken) {
+            m_mirror->remove(client);
+            delete client;
+        }
     }
 }
 

@@ -6,8 +6,9 @@
 #include <QObject>
 #include <QString>
 #include <QTimer>
-#include <deque>
+#include <cstddef>
 #include <memory>
+#include <span>
 #include <vector>
 
 class QElapsedTimer;
@@ -75,6 +76,9 @@ private:
     void leavePartOfHeader();
     [[nodiscard]] qint64 passOn(const QElapsedTimer& timer);
     [[nodiscard]] qint64 cutBlock();
+    void makeRoomForOne();
+    void sendToMirror(std::span<const Bytes> datagrams);
+    [[nodiscard]] bool hasComplete() const { return m_emitted < m_complete.size(); }
     [[nodiscard]] qint64 read(char* to, qint64 size);
     void tellCut(const std::vector<qint64>& waiting);
     void breakStream();
@@ -84,7 +88,8 @@ private:
 
     QTcpSocket* m_socket;
     std::unique_ptr<DatagramCutter> m_cutter;
-    std::deque<Bytes> m_complete; // cut and mirrored, not yet emitted
+    std::vector<Bytes> m_complete; // a block that was cut and mirrored
+    std::size_t m_emitted = 0;     // of it, from the front; the rest waits
     QTimer m_mirrorLook;
     bool m_isDirect = false;    // the socket's descriptor is the connection itself, no proxy's
     bool m_isDry = true;        // nothing has arrived behind the last datagram

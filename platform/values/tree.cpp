@@ -84,8 +84,8 @@ void Tree::Add(const QString& parentPath, std::shared_ptr<ValueBase> value)
         fail(QStringLiteral("\"%1\" has an empty name").arg(path), __LINE__);
     if (m_values.contains(path))
         fail(QStringLiteral("\"%1\" exists already").arg(path), __LINE__);
-    value->m_path = path;
     m_values.insert(path, value);
+    value->m_path = path;
     HasChanged(changecode::entriesChanged);
 }
 

@@ -50,17 +50,27 @@ public:
         const auto [position, isNew] = m_items.try_emplace(id, item);
         if (!isNew && position->second == item)
             return static_cast<int>(id);
+        try {
+            m_log.Append({RangeChange::addedOrChanged, id});
+        } catch (...) { // no memory: nothing has changed
+            if (isNew)
+                m_items.erase(position);
+            throw;
+        }
         position->second = item;
-        tell({RangeChange::addedOrChanged, id}, originator);
+        HasChanged(changecode::entriesChanged, originator);
         return static_cast<int>(id);
     }
 
     /// Removes the item, logs kind 2, and notifies with 7. False when there is none.
     bool RemoveItem(RangeId id, IObserver* originator = nullptr)
     {
-        if (m_items.erase(id) == 0)
+        const auto found = m_items.find(id);
+        if (found == m_items.end())
             return false;
-        tell({RangeChange::removed, id}, originator);
+        m_log.Append({RangeChange::removed, id});
+        m_items.erase(found);
+        HasChanged(changecode::entriesChanged, originator);
         return true;
     }
 
@@ -69,8 +79,9 @@ public:
     {
         if (m_items.empty())
             return;
+        m_log.Append({RangeChange::cleared, 0});
         m_items.clear();
-        tell({RangeChange::cleared, 0}, originator);
+        HasChanged(changecode::entriesChanged, originator);
     }
 
     /// The newest changes.
@@ -82,7 +93,8 @@ public:
     /// Logs a change of a kind of the caller's own, and notifies with 7.
     void AppendChange(const RangeChange& change, IObserver* originator = nullptr)
     {
-        tell(change, originator);
+        m_log.Append(change);
+        HasChanged(changecode::entriesChanged, originator);
     }
 
     /// "ranges", and all items, each behind its id.
@@ -96,12 +108,6 @@ public:
     }
 
 private:
-    void tell(const RangeChange& change, IObserver* originator)
-    {
-        m_log.Append(change);
-        HasChanged(changecode::entriesChanged, originator);
-    }
-
     std::map<RangeId, Item> m_items;
     RangeChangeLog m_log;
 };

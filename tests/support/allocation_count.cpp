@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "support/allocation_count.h"
+#include <cerrno>
 #include <cstdlib>
+#include <new>
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define VK410_COUNTS_ALLOCATIONS 0
@@ -16,6 +18,19 @@
 namespace {
 
 thread_local std::size_t allocations = 0;
+thread_local std::ptrdiff_t live = 0;
+thread_local std::size_t untilFailure = 0; // 0: none is to fail
+thread_local bool hasFailed = false;
+
+// Counts one, and says whether it fails.
+bool failsNow()
+{
+    ++allocations;
+    if (untilFailure == 0 || --untilFailure != 0)
+        return false;
+    hasFailed = true;
+    return true;
+}
 
 } // namespace
 
@@ -31,32 +46,93 @@ bool allocationCountWorks()
     return VK410_COUNTS_ALLOCATIONS != 0;
 }
 
+std::ptrdiff_t liveAllocations()
+{
+    return live;
+}
+
+void failAllocation(std::size_t n)
+{
+    untilFailure = n;
+    hasFailed = false;
+}
+
+bool allocationHasFailed()
+{
+    return hasFailed;
+}
+
 } // namespace support
 
 #if VK410_COUNTS_ALLOCATIONS
-// operator new and Qt both end in these three.
+// operator new and Qt both end in these.
 extern "C" {
 
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t count, std::size_t size);
 void* __libc_realloc(void* block, std::size_t size);
+void* __libc_memalign(std::size_t alignment, std::size_t size);
+void __libc_free(void* block);
 
 void* malloc(std::size_t size)
 {
-    ++allocations;
-    return __libc_malloc(size);
+    void* const block = failsNow() ? nullptr : __libc_malloc(size);
+    live += block ? 1 : 0;
+    return block;
 }
 
 void* calloc(std::size_t count, std::size_t size)
 {
-    ++allocations;
-    return __libc_calloc(count, size);
+    void* const block = failsNow() ? nullptr : __libc_calloc(count, size);
+    live += block ? 1 : 0;
+    return block;
 }
 
 void* realloc(void* block, std::size_t size)
 {
-    ++allocations;
-    return __libc_realloc(block, size);
+    if (failsNow())
+        return nullptr;
+    void* const moved = __libc_realloc(block, size);
+    live += (moved ? 1 : 0) - (block && (moved || size == 0) ? 1 : 0);
+    return moved;
 }
+
+void* aligned_alloc(std::size_t alignment, std::size_t size)
+{
+    void* const block = failsNow() ? nullptr : __libc_memalign(alignment, size);
+    live += block ? 1 : 0;
+    return block;
+}
+
+int posix_memalign(void** place, std::size_t alignment, std::size_t size)
+{
+    *place = aligned_alloc(alignment, size);
+    return *place ? 0 : ENOMEM;
+}
+
+void free(void* block)
+{
+    live -= block ? 1 : 0;
+    __libc_free(block);
+}
+}
+#else
+// The sanitizers keep malloc to themselves. What they know about new and delete they lose here.
+void* operator new(std::size_t size)
+{
+    void* const block = failsNow() ? nullptr : std::malloc(size);
+    if (!block)
+        throw std::bad_alloc{};
+    return block;
+}
+
+void operator delete(void* block) noexcept
+{
+    std::free(block);
+}
+
+void operator delete(void* block, std::size_t /*size*/) noexcept
+{
+    std::free(block);
 }
 #endif

@@ -6,6 +6,7 @@
 #include "wire/view.h"
 #include <array>
 #include <cstring>
+#include <new>
 
 namespace receiver {
 
@@ -181,6 +182,19 @@ void Session::addTap(Tap tap)
 
 void Session::take(Received received)
 {
+    try {
+        process(received);
+    } catch (const NQException& failure) {
+        // A processor passes on what a map refused besides its writes; the next datagram is no worse for it.
+        m_ledger.mapRejected();
+        emit said(QStringLiteral("a map refused: ") + failure.GetErrorReason());
+    } catch (const std::bad_alloc&) { // nothing is said: that would take memory, too
+        m_ledger.mapRejected();
+    }
+}
+
+void Session::process(Received& received)
+{
     if (!m_sinceLast.isValid())
         m_sinceLast.start();
     else if (m_sinceLast.restart() > silenceMilliseconds)
@@ -191,13 +205,7 @@ void Session::take(Received received)
         m_lostOnTheWire = m_ledger.lostBefore(wire::byteSwapped<quint16>(received.datagram->GetSeqNumber()));
     for (const Tap& tap : m_taps)
         tap(received);
-    try {
-        m_dispatcher.ProcessDatagram(received.datagram.release());
-    } catch (const NQException& failure) {
-        // A processor passes on what a map refused besides its writes; the next datagram is no worse for it.
-        m_ledger.mapRejected();
-        emit said(QStringLiteral("a map refused: ") + failure.GetErrorReason());
-    }
+    m_dispatcher.ProcessDatagram(received.datagram.release());
 }
 
 ledger::Ledger& Session::ledger()

@@ -78,6 +78,7 @@ public:
     void run(std::unique_ptr<Source> source);
 
     /// Processes one datagram, as the source does.
+    /// Errors: none; what a map refuses, and what there is no memory for, counts as "map rejected".
     void take(Received received);
 
     /// Adds a listener in front of the library: a recorder.
@@ -111,6 +112,7 @@ signals:
     void finished();
 
 private:
+    void process(Received& received);
     void registerProcessors(const SessionOptions& options);
     void registerDfProcessor(const SessionOptions& options);
     void exclude(const ExcludedRange& range);

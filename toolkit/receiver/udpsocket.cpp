@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 #include <linux/sock_diag.h>
 #include <netinet/in.h>
+#include <new>
 #include <stdexcept>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -97,9 +98,10 @@ struct UdpSocket::Batch {
 void UdpSocket::Batch::prepare(std::size_t place)
 {
     Place& each = places[place];
-    each.bytes = std::make_unique<QByteArray>(largestPacket, Qt::Uninitialized);
-    each.bytes->reserve(largestPacket); // so that taking less of it keeps it where it is
-    each.part = {each.bytes->data(), largestPacket - spareBytes};
+    auto bytes = std::make_unique<QByteArray>(largestPacket, Qt::Uninitialized);
+    bytes->reserve(largestPacket); // so that taking less of it keeps it where it is
+    each.part = {bytes->data(), largestPacket - spareBytes};
+    each.bytes = std::move(bytes);
     msghdr& header = messages[place].msg_hdr;
     header.msg_iov = &each.part;
     header.msg_iovlen = 1;
@@ -185,9 +187,14 @@ std::size_t UdpSocket::receive(bool withSenders, const std::function<void(Packet
     const int count = ::recvmmsg(m_descriptor, batch.messages.data(), batchSize, MSG_DONTWAIT, nullptr);
     for (int i = 0; i < count; ++i) {
         const auto at = static_cast<std::size_t>(i);
-        take({batch.take(at), withSenders ? endpointOf(batch.places[at].sender) : recording::Endpoint{}});
-        // At once: it gets the very memory that the packet before has just given back.
-        batch.prepare(at);
+        try {
+            take({batch.take(at), withSenders ? endpointOf(batch.places[at].sender) : recording::Endpoint{}});
+            // At once: it gets the very memory that the packet before has just given back.
+            batch.prepare(at);
+        } catch (const std::bad_alloc&) {
+            // That packet is lost, and missing among the sequence numbers; those behind it have their memory.
+            batch.places[at].bytes.reset();
+        }
     }
     return count > 0 ? static_cast<std::size_t>(count) : 0;
 }

@@ -95,12 +95,15 @@ TEST(DatagramCutter, GivesBackPartOfAHeaderOnly)
     ChunkedStream stream{{slice(all, 0, 15), slice(all, 15, 30)}};
     DatagramCutter cutter{reading(stream)};
     EXPECT_EQ(cutter.next(), nullptr);
-    EXPECT_EQ(cutter.takePartOfHeader(), QByteArray(reinterpret_cast<const char*>(all.data()), 15));
-    EXPECT_TRUE(cutter.takePartOfHeader().isEmpty());
+    EXPECT_EQ(cutter.partOfHeader(), QByteArray(reinterpret_cast<const char*>(all.data()), 15));
+    cutter.forgetPartOfHeader();
+    EXPECT_TRUE(cutter.partOfHeader().isEmpty());
     ChunkedStream longer{{slice(all, 0, 30)}};
     DatagramCutter begun{reading(longer)};
     EXPECT_EQ(begun.next(), nullptr);
-    EXPECT_TRUE(begun.takePartOfHeader().isEmpty());
+    EXPECT_TRUE(begun.partOfHeader().isEmpty());
+    begun.forgetPartOfHeader();
+    EXPECT_TRUE(begun.mayHaveWhole(10)); // nothing of the datagram that has begun was forgotten
 }
 
 TEST(DatagramCutter, KeepsWhatItReadBehindADatagramForTheNext)
