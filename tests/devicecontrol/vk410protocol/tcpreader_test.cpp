@@ -79,6 +79,34 @@ TEST_F(TcpReaderStream, EveryCutOfThreeDatagramsGivesTheSameDatagrams)
     }
 }
 
+TEST_F(TcpReaderStream, EveryPairOfCutsOfThreeDatagramsGivesTheSameDatagramsAlsoToAMirrorClient)
+{
+    const std::vector<Bytes> sent{numbered(1, 20), numbered(2, 16), numbered(3, 25)};
+    const Bytes stream = joined(sent);
+    const MirrorClient client{mirror()};
+    ASSERT_TRUE(waitUntil([&] { return reader->MirrorClientCount() == 1; }));
+    receiver.connection()->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+    Bytes mirrored;
+    const auto at = [&stream](std::size_t place) {
+        return stream.begin() + static_cast<std::ptrdiff_t>(place);
+    };
+    for (std::size_t first = 1; first < stream.size(); ++first) {
+        for (std::size_t second = first + 1; second < stream.size(); ++second) {
+            for (const Bytes& piece :
+                 {Bytes(at(0), at(first)), Bytes(at(first), at(second)), Bytes(at(second), stream.end())}) {
+                receiver.send(piece);
+                QCoreApplication::processEvents(); // so that each piece is a notification of its own
+            }
+            ASSERT_TRUE(datagramsArrive(3)) << first << " " << second;
+            ASSERT_EQ(parent.datagrams, sent) << first << " " << second;
+            parent.datagrams.clear();
+            mirrored.insert(mirrored.end(), stream.begin(), stream.end());
+        }
+    }
+    ASSERT_TRUE(waitUntil([&] { return client.received.size() == mirrored.size(); }));
+    EXPECT_EQ(client.received, mirrored);
+}
+
 TEST_F(TcpReaderStream, ManyMegabytesComeWholeAndInOrder)
 {
     constexpr unsigned count = 3'000;
