@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "toolkit/recording/recorder.h"
+#include "toolkit/recording/numberedpath.h"
 #include <chrono>
-#include <fmt/format.h>
 
 namespace recording {
 
@@ -116,23 +116,11 @@ bool Recorder::isDue(const Item& item) const
 
 void Recorder::openNext()
 {
-    const std::string path = nextPath();
+    const std::string path = numberedPath(m_path, files().size());
     m_writer = std::make_unique<CaptureWriter>(path);
     m_writer->flush();
     const std::lock_guard lock{m_mutex};
     m_files.push_back(path);
-}
-
-std::string Recorder::nextPath() const
-{
-    const std::size_t number = files().size();
-    if (number == 0)
-        return m_path;
-    const std::size_t slash = m_path.rfind('/');
-    const std::size_t dot = m_path.rfind('.');
-    const bool hasEnding = dot != std::string::npos && (slash == std::string::npos || dot > slash);
-    const std::size_t end = hasEnding ? dot : m_path.size();
-    return fmt::format("{}-{:04}{}", m_path.substr(0, end), number, m_path.substr(end));
 }
 
 } // namespace recording

@@ -53,7 +53,6 @@ private:
     void run();
     void write(const Item& item);
     void openNext();
-    [[nodiscard]] std::string nextPath() const;
     [[nodiscard]] bool isDue(const Item& item) const;
 
     std::string m_path;
