@@ -8,7 +8,8 @@
 
 namespace receiver {
 
-/// A value map whose writes and refusals are counted, and whose finished scans somebody may want to know of.
+/// A value map whose writes and refusals are counted, and of whose writes and scans somebody may want to
+/// know.
 template <typename T, typename Handler>
 class CountedMap : public values::FastValueMap<T, Handler> {
     using Map = values::FastValueMap<T, Handler>;
@@ -28,10 +29,18 @@ public:
             throw;
         }
         m_ledger.mapWritten();
+        if (m_onWrite)
+            m_onWrite(first, count);
     }
 
     /// Called at the end of each scan, when its values and stamp can be read.
     void onScan(std::function<void()> listener) { m_onScan = std::move(listener); }
+
+    /// Called when the values of these channels are in the map, with the stamp of their trace.
+    void onWrite(std::function<void(long first, unsigned int count)> listener)
+    {
+        m_onWrite = std::move(listener);
+    }
 
 protected:
     void scanFinished() override
@@ -44,6 +53,7 @@ protected:
 private:
     ledger::Ledger& m_ledger;
     std::function<void()> m_onScan;
+    std::function<void(long first, unsigned int count)> m_onWrite;
 };
 
 using CountedLevelMap = CountedMap<short, values::levelHandler>;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <fmt/format.h>
 
 namespace receiver {
@@ -43,6 +44,9 @@ void RecordingSource::start(Sink sink)
 {
     m_sink = std::move(sink);
     m_oldClock = TavoOS::Install(m_clock);
+    std::error_code unknown;
+    const std::uintmax_t size = std::filesystem::file_size(m_path, unknown);
+    m_fileBytes = unknown ? 0 : size;
     begin(opened(), m_playback.fromSeconds);
 }
 
@@ -216,6 +220,8 @@ Source::Facts RecordingSource::facts() const
     Facts facts;
     facts.name = m_path;
     facts.state = m_state;
+    facts.fileBytes = m_fileBytes;
+    facts.fileBytesRead = m_next ? m_next->position : m_fileBytes;
     return facts;
 }
 

@@ -36,7 +36,7 @@ public:
     [[nodiscard]] Facts facts() const override;
 
     /// Whether the file could not be read to its end.
-    [[nodiscard]] bool failed() const { return m_failed; }
+    [[nodiscard]] bool failed() const override { return m_failed; }
 
     /// Holds the playback, for a receiver of its datagrams that cannot take more now. Time goes on meanwhile.
     void setFull(bool isFull) { m_isFull = isFull; }
@@ -88,6 +88,7 @@ private:
     double m_skipBefore = 0;               // seconds; datagrams before are not played
     double m_anchor = 0;                   // seconds: where the playback was when m_sinceAnchor began
     double m_position = 0;                 // seconds
+    quint64 m_fileBytes = 0;
     quint64 m_played = 0;
     quint64 m_playedThisRound = 0;
     bool m_failed = false;

@@ -36,6 +36,8 @@ public:
         quint64 kernelDropped = 0; // UDP
         int bufferAsked = 0;       // UDP: bytes of the socket's buffer
         int bufferGranted = 0;
+        quint64 fileBytes = 0; // recording: how long the file is
+        quint64 fileBytesRead = 0;
         std::string advice;  // a command that helps, or empty
         std::string silence; // what to look at when nothing arrives, with a command; empty: nothing
     };
@@ -45,6 +47,9 @@ public:
     virtual void start(Sink sink) = 0;
 
     [[nodiscard]] virtual Facts facts() const = 0;
+
+    /// Whether what it reads is broken, so that not everything was handed out.
+    [[nodiscard]] virtual bool failed() const { return false; }
 
     /// What a direction finder scans, where the source knows; the stream itself does not say. Else empty.
     [[nodiscard]] virtual ScanRangeContainer scanRanges() const { return {}; }
