@@ -1,0 +1,136 @@
+// SPDX-License-Identifier: MIT
+#include "toolkit/doctor/doctor.h"
+#include <fmt/format.h>
+#include <utility>
+
+namespace doctor {
+
+namespace {
+
+using Kind = receiver::SourceSpec::Kind;
+
+bool isLive(Kind kind)
+{
+    return kind == Kind::Udp || kind == Kind::Tcp;
+}
+
+// Of one count that should be 0.
+Finding countOf(const char* check, quint64 count, const std::string& what, const std::string& fix)
+{
+    std::string found = fmt::format("{} {}", count, what);
+    if (count == 0)
+        return {check, Outcome::Fine, std::move(found), {}};
+    return {check, Outcome::Problem, std::move(found), fix};
+}
+
+Finding checkPackets(const ledger::Counters& counters, const receiver::Session& session, double seconds)
+{
+    const std::string silence = session.status().silence;
+    const std::string when = silence.empty() ? std::string{} : fmt::format(" in {:.1f} s", seconds);
+    if (counters.datagrams > 0)
+        return {"datagrams",
+                Outcome::Fine,
+                fmt::format("{} datagrams, {} bytes{}", counters.datagrams, counters.bytes, when),
+                {}};
+    return {"datagrams", Outcome::Problem, "none came" + when,
+            silence.empty() ? "the file holds no datagrams; record again" : silence};
+}
+
+// Nobody may read the rules of a firewall but root; what came through is proof enough.
+Finding checkFirewall(const ledger::Counters& counters, const receiver::SourceSpec& spec)
+{
+    if (counters.datagrams > 0)
+        return {"firewall", Outcome::Fine, "lets datagrams through", {}};
+    const char* const protocol = spec.kind == Kind::Udp ? "udp" : "tcp";
+    return {"firewall", Outcome::Unknown, "cannot be asked from here",
+            fmt::format(
+                "'sudo nft list ruleset' shows its rules; 'sudo nft insert rule inet filter input {} dport "
+                "{} accept' opens the port where there is a table filter",
+                protocol, spec.port)};
+}
+
+Finding checkMagic(const ledger::Counters& counters)
+{
+    return countOf("magic", counters.invalid,
+                   fmt::format("of {} without the magic of mass data", counters.datagrams),
+                   "something else sends to this port: 'sudo tcpdump -c 3 -Xni any port PORT' shows who");
+}
+
+Finding checkSequence(const ledger::Counters& counters)
+{
+    const quint64 sum = counters.wireLost + counters.wireDuplicates + counters.wireReordered;
+    Finding finding = countOf("sequence", sum, "lost, doubled or out of order on the wire",
+                              "'ip -s link' shows what network cards dropped; two routes or mirrors double");
+    finding.found = fmt::format("{} lost, {} doubled, {} out of order on the wire", counters.wireLost,
+                                counters.wireDuplicates, counters.wireReordered);
+    return finding;
+}
+
+Finding checkTags(const ledger::Ledger& ledger, const ledger::Counters& counters)
+{
+    Finding finding =
+        countOf("tags", counters.unrouted + counters.unknownTag, "attributes without a processor",
+                "--tag panorama=TAG, zerospan=TAG or df=TAG says which of them carry what");
+    std::string tags;
+    for (const auto& [tag, count] : ledger.unroutedByTag())
+        tags += fmt::format("{}tag {}: {}", tags.empty() ? " (" : ", ", tag, count);
+    if (!tags.empty())
+        finding.found += tags + ")";
+    return finding;
+}
+
+Finding checkAccepted(const ledger::Ledger& ledger, const ledger::Counters& counters)
+{
+    Finding finding = countOf(
+        "processors", counters.notAccepted, "attributes that their processor dropped",
+        "--scan-range JOB:START-STOP/STEP says what a direction finder scans; 'vk410 inspect' shows it");
+    std::string reasons;
+    for (const auto& [reason, count] : ledger.notAcceptedByReason())
+        reasons += fmt::format("{}{}: {}", reasons.empty() ? " (" : ", ", reason, count);
+    if (!reasons.empty())
+        finding.found += reasons + ")";
+    return finding;
+}
+
+Finding checkMaps(const ledger::Counters& counters, const std::string& source)
+{
+    if (counters.mapRejected > 0)
+        return {"maps", Outcome::Problem, fmt::format("{} traces refused by a map", counters.mapRejected),
+                fmt::format("'vk410 inspect {}' shows their sizes", source)};
+    if (counters.mapWrites > 0)
+        return {"maps", Outcome::Fine, fmt::format("{} traces in maps", counters.mapWrites), {}};
+    return {"maps", Outcome::Problem, "no trace reached a map",
+            "the problem above explains it; a panorama's first trace only brings its grid"};
+}
+
+} // namespace
+
+std::vector<Finding> checkArrivals(receiver::Session& session, const receiver::SourceSpec& spec,
+                                   const std::string& source, double seconds)
+{
+    const ledger::Ledger& ledger = session.ledger();
+    const ledger::Counters counters = ledger.counters();
+    std::vector<Finding> findings{checkPackets(counters, session, seconds)};
+    if (isLive(spec.kind))
+        findings.push_back(checkFirewall(counters, spec));
+    if (spec.kind == Kind::Tcp)
+        findings.push_back(countOf("framing", counters.framing, "streams given up at an impossible length",
+                                   "this is not the mass-data port; the receiver's manual names it"));
+    if (counters.datagrams == 0)
+        return findings;
+    findings.push_back(checkMagic(counters));
+    findings.push_back(checkSequence(counters));
+    if (spec.kind == Kind::Udp)
+        findings.push_back(countOf("kernel", counters.kernelDropped,
+                                   "dropped because the socket's buffer was full",
+                                   "sudo sysctl -w net.core.rmem_max=8388608"));
+    findings.push_back(countOf("contents", counters.selectorErrors + counters.truncated,
+                               "attributes with a refused selector word, or cut",
+                               fmt::format("'vk410 inspect {} --count 100 --json' names them", source)));
+    findings.push_back(checkTags(ledger, counters));
+    findings.push_back(checkAccepted(ledger, counters));
+    findings.push_back(checkMaps(counters, source));
+    return findings;
+}
+
+} // namespace doctor
