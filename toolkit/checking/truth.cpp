@@ -85,7 +85,8 @@ void Truth::take(const QByteArray& datagram)
     const auto* const bytes = reinterpret_cast<const unsigned char*>(datagram.constData());
     const std::uint64_t fingerprint =
         simulation::fingerprint({bytes, bytes + static_cast<std::size_t>(datagram.size())});
-    auto [first, last] = std::ranges::equal_range(m_traces, fingerprint, {}, &Trace::fingerprint);
+    const auto first = std::ranges::lower_bound(m_traces, fingerprint, {}, &Trace::fingerprint);
+    const auto last = std::ranges::upper_bound(m_traces, fingerprint, {}, &Trace::fingerprint);
     if (first == last) {
         ++m_foreign;
         return;

@@ -118,6 +118,14 @@ void NpyFile::finish()
     bringUpToDate();
 }
 
+NpyTraces::Part::Part(const std::string& path, const std::string& timesPath, const Trace& trace)
+    : levels(path, "'<f4'", trace.levels.size(), trace.levels.size() * sizeof(float))
+    , times(timesPath, timeType, 0, timeBytes)
+    , start(trace.start)
+    , step(trace.step)
+    , count(trace.levels.size())
+{}
+
 NpyTraces::NpyTraces(What what, std::string path)
     : m_units(unitsOf(what))
     , m_path(std::move(path))
@@ -142,11 +150,7 @@ void NpyTraces::begin(const Trace& trace)
     const std::string times = companion(path, "time");
     const std::string grid = companion(path, "grid");
     writeGrid(grid, trace);
-    m_part.reset(new Part{{path, "'<f4'", trace.levels.size(), trace.levels.size() * sizeof(float)},
-                          {times, timeType, 0, timeBytes},
-                          trace.start,
-                          trace.step,
-                          trace.levels.size()});
+    m_part = std::make_unique<Part>(path, times, trace);
     for (const std::string& each : {path, times, grid})
         m_files.push_back(each);
 }

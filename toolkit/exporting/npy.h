@@ -49,6 +49,8 @@ public:
 
 private:
     struct Part {
+        Part(const std::string& path, const std::string& timesPath, const Trace& trace);
+
         NpyFile levels;
         NpyFile times;
         double start;

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "toolkit/inspection/summary.h"
+#include "toolkit/inspection/optheadertext.h"
 #include "toolkit/inspection/timetext.h"
 #include <algorithm>
 #include <fmt/format.h>
@@ -35,6 +36,19 @@ std::string list(const std::set<std::uint32_t>& selectors)
     for (const std::uint32_t word : selectors)
         text += fmt::format("{}0x{:X}", text.empty() ? "" : " ", word);
     return selectors.size() > maxSelectors ? text.substr(0, text.rfind(' ')) + " .." : text;
+}
+
+// What a trace covers, where its optional header says so.
+std::optional<std::uint32_t> spanHzOf(const AttributeInfo& attribute)
+{
+    if (!attribute.optHeader)
+        return std::nullopt;
+    const wire::ByteOrder order = optHeaderOrder(attribute.header.selectors);
+    for (const wire::NamedField& field : wire::optHeaderFields(attribute.header.tag)) {
+        if (field.name == "span")
+            return attribute.optHeader->get(wire::Field<std::uint32_t>{field.offset}, order);
+    }
+    return std::nullopt;
 }
 
 } // namespace
@@ -101,6 +115,10 @@ void Summary::attribute(const AttributeInfo& attribute)
     row.bytes += header.size;
     row.minCount = std::min(row.minCount, header.count);
     row.maxCount = std::max(row.maxCount, header.count);
+    if (const std::optional<std::uint32_t> spanHz = spanHzOf(attribute)) {
+        row.minSpanHz = std::min(row.minSpanHz.value_or(*spanHz), *spanHz);
+        row.maxSpanHz = std::max(row.maxSpanHz.value_or(*spanHz), *spanHz);
+    }
     if (row.selectors.size() <= maxSelectors)
         row.selectors.insert(header.selectors);
     row.gaps += m_behindGap ? 1 : 0;
@@ -149,8 +167,8 @@ void Summary::printRows() const
 {
     if (m_rows.empty())
         return;
-    std::vector<Cells> table{
-        {"tag", "channel", "attributes", "bytes", "count", "selectors", "gaps", "rate/s", "age/s"}};
+    std::vector<Cells> table{{"tag", "channel", "attributes", "bytes", "count", "span/Hz", "selectors",
+                              "gaps", "rate/s", "age/s"}};
     for (const auto& row : m_rows)
         table.push_back(cellsOf(row));
     std::array<std::size_t, std::tuple_size_v<Cells>> width{};
@@ -187,6 +205,7 @@ Summary::cellsOf(const std::pair<const std::pair<std::uint16_t, std::uint32_t>, 
             std::to_string(what.attributes),
             std::to_string(what.bytes),
             range(what.minCount, what.maxCount),
+            what.minSpanHz ? range(*what.minSpanHz, *what.maxSpanHz) : "-",
             list(what.selectors),
             std::to_string(what.gaps),
             rate,

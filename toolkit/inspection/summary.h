@@ -46,6 +46,8 @@ private:
         std::uint64_t bytes = 0;
         std::uint32_t minCount = UINT32_MAX;
         std::uint32_t maxCount = 0;
+        std::optional<std::uint32_t> minSpanHz;
+        std::optional<std::uint32_t> maxSpanHz;
         std::set<std::uint32_t> selectors;
         std::uint64_t gaps = 0;
         std::optional<std::int64_t> first;
@@ -56,7 +58,7 @@ private:
         std::uint64_t invalid = 0;
         SequenceWatch sequence;
     };
-    using Cells = std::array<std::string, 9>;
+    using Cells = std::array<std::string, 10>;
 
     void listError(std::uint64_t datagram, const std::string& reason, const std::string& detail);
     void printHead() const;

@@ -147,11 +147,14 @@ ScanRangeContainer parseScanRanges(const std::vector<std::string>& texts)
         ranges.push_back(parseScanRange(text));
         const ScanRange& range = *ranges.back();
         if (!jobs.insert(range.jobId).second)
-            throw BadRange{fmt::format("'{}': job {} has a scan range already", text, range.jobId)};
+            throw BadRange{
+                fmt::format("'{}': expected each job once, found job {} again; give it another number", text,
+                            range.jobId)};
         channels += channelsOf(range);
         if (channels > mostChannels)
-            throw BadRange{
-                fmt::format("'{}': with it the scan has more than {:.0f} channels", text, mostChannels)};
+            throw BadRange{fmt::format(
+                "'{}': expected at most {:.0f} channels in all scan ranges, found more; take a larger step",
+                text, mostChannels)};
     }
     return ranges;
 }

@@ -2,7 +2,9 @@
 #include "toolkit/simulation/iqfile.h"
 #include "wire/view.h"
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
+#include <cstring>
 #include <filesystem>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -33,7 +35,9 @@ Json contentOf(const std::string& path)
     std::ifstream file(path, std::ios::binary);
     std::ostringstream text;
     if (!file || !(text << file.rdbuf()))
-        throw BadScene{fmt::format("{}: cannot be read", path)};
+        throw BadScene{fmt::format("{}: expected a readable .sigmf-meta file, found: {}; check its name and "
+                                   "permissions",
+                                   path, std::strerror(errno))};
     Json json = Json::parse(text.str(), nullptr, false);
     if (!json.is_object() || !json.contains("global") || !json["global"].is_object())
         fail(path, "a JSON object with a \"global\" object in it", "something else");

@@ -4,6 +4,8 @@
 #include "toolkit/simulation/scene.h"
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <fmt/format.h>
 #include <fstream>
@@ -285,7 +287,10 @@ Scene loadScene(const std::string& path)
     std::ifstream file(path, std::ios::binary);
     std::ostringstream text;
     if (!file || !(text << file.rdbuf()))
-        throw BadScene{fmt::format("{}: expected demo, band, zerospan, df or a readable scene file", path)};
+        throw BadScene{
+            fmt::format("{}: expected demo, band, zerospan, df or a scene file, found: {}; check its "
+                        "name and permissions",
+                        path, std::strerror(errno))};
     return parseScene(text.str(), path, std::filesystem::path(path).parent_path().string());
 }
 

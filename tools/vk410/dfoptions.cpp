@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "tools/vk410/dfoptions.h"
+#include "tools/vk410/validators.h"
 
 namespace verbs {
 
 void DfOptions::addTo(CLI::App& verb)
 {
     verb.add_option("--df", m_processor, "processor of direction-finding scans; scan if none is given")
-        ->check(CLI::IsMember({"scan", "scif"}).description(""))
+        ->check(oneOf({"scan", "scif"}))
         ->type_name("scan|scif");
     // One value each: a source may follow.
     verb.add_option("--scan-range", m_scanRanges,

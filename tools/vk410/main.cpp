@@ -1,29 +1,61 @@
 // SPDX-License-Identifier: MIT
 // vk410: one program, one verb a task. Results go to stdout, talk to stderr.
+#include "tools/vk410/configuration.h"
+#include "tools/vk410/validators.h"
 #include "tools/vk410/verbs.h"
+#include "tools/vk410/version.h"
 #include <cstdio>
 #include <exception>
 #include <fmt/format.h>
 #include <memory>
+#include <system_error>
 
 namespace {
 
-// Without the empty lines in front of headings, so that the help of a verb fits a screen.
+// Without the empty lines in front of headings, so that the help of a verb fits a screen, and without what
+// `vk410 config --show` says: defaults and environment.
 class HelpFormatter : public CLI::Formatter {
 public:
     std::string make_help(const CLI::App* app, std::string name, CLI::AppFormatMode mode) const override
     {
         return CLI::detail::find_and_replace(Formatter::make_help(app, std::move(name), mode), "\n\n", "\n");
     }
+    std::string make_option_opts(const CLI::Option* option) const override
+    {
+        std::string text;
+        if (const std::string type = option->get_type_name(); option->get_type_size() != 0 && !type.empty())
+            text = " " + type;
+        if (option->get_expected_max() == CLI::detail::expected_max_vector_size)
+            text += " ...";
+        return option->get_required() ? text + " REQUIRED" : text;
+    }
 };
 
-int usageError(const CLI::App& program, const CLI::ParseError& error)
+// "vk410 monitor".
+std::string commandOf(const CLI::App& program)
 {
     std::string command = program.get_name();
     for (const CLI::App* const verb : program.get_subcommands())
         command += " " + verb->get_name();
-    fmt::print(stderr, "{}: {}; '{} --help' shows how\n", command, error.what(), command);
-    return verbs::Failed;
+    return command;
+}
+
+void addVerbs(CLI::App& program, verbs::Run& run, const verbs::Configuration& configuration)
+{
+    verbs::addDemo(program, run);
+    verbs::addMonitor(program, run);
+    verbs::addInspect(program, run);
+    verbs::addDoctor(program, run);
+    verbs::addRecord(program, run);
+    verbs::addReplay(program, run);
+    verbs::addExport(program, run);
+    verbs::addCheck(program, run);
+    verbs::addSimulate(program, run);
+    verbs::addConfig(program, run, configuration);
+    verbs::addHelp(program, run);
+    // --config may stand behind the verb, too.
+    for (CLI::App* const verb : program.get_subcommands([](CLI::App*) { return true; }))
+        verb->fallthrough();
 }
 
 int parseAndRun(int argc, char** argv)
@@ -31,25 +63,36 @@ int parseAndRun(int argc, char** argv)
     CLI::App program{"Mass data of VK410 monitoring receivers", "vk410"};
     program.require_subcommand(1);
     program.formatter(std::make_shared<HelpFormatter>());
-    program.set_version_flag("--version", "vk410 " VK410_VERSION);
+    program.option_defaults()->always_capture_default();
+    program.set_version_flag("--version", verbs::versionText());
+    std::string named; // read by the configuration before anything is parsed
+    program.add_option("--config", named, "values of options: a file as 'vk410 config --show' prints it")
+        ->type_name("FILE");
     program.footer("'vk410 VERB --help' tells more, with examples.\n"
                    "Exit codes: 0 done, 1 data lost or not sound, 2 failed or wrong usage.");
+    verbs::Configuration configuration{argc, argv};
     verbs::Run run;
-    verbs::addDemo(program, run);
-    verbs::addMonitor(program, run);
-    verbs::addInspect(program, run);
-    verbs::addRecord(program, run);
-    verbs::addReplay(program, run);
-    verbs::addSimulate(program, run);
+    addVerbs(program, run, configuration);
+    configuration.offerTo(program);
     try {
         program.parse(argc, argv);
     } catch (const CLI::Success& shown) { // --help, --version
         program.exit(shown);
         return verbs::Done;
     } catch (const CLI::ParseError& error) {
-        return usageError(program, error);
+        fmt::print(stderr, "{0}: {1}{2}; '{0} --help' shows how\n", commandOf(program),
+                   configuration.blame(error.what()), verbs::errorText(error));
+        return verbs::Failed;
     }
-    return run();
+    try {
+        return run();
+    } catch (const std::exception& error) {
+        if (std::ferror(stdout) != 0 && dynamic_cast<const std::system_error*>(&error))
+            return verbs::NotSound; // whoever hands the results over says so
+        std::fflush(stdout);
+        fmt::print(stderr, "{}: {}{}\n", commandOf(program), configuration.blame(error.what()), error.what());
+        return verbs::Failed;
+    }
 }
 
 } // namespace
@@ -58,7 +101,8 @@ int main(int argc, char** argv)
 {
     try {
         const int code = parseAndRun(argc, argv);
-        if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
+        const bool isWritten = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+        if (isWritten || code == verbs::Failed) // which has been told
             return code;
         std::fputs("vk410: the results could not be written; check the disk behind stdout\n", stderr);
     } catch (const std::exception& error) {

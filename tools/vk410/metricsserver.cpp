@@ -14,8 +14,10 @@ MetricsServer::MetricsServer(std::uint16_t port, std::function<std::string()> te
     })
 {
     if (!m_server.listen(QHostAddress(QHostAddress::LocalHost), port))
-        throw std::runtime_error{
-            fmt::format("metrics port {}: {}; 'ss -tlpn' shows who has it", port, m_server.errorText())};
+        throw std::runtime_error{fmt::format(
+            "metrics port {}: expected a free port, found: {}; 'ss -tlpn' shows who has it, 0 takes a "
+            "free one",
+            port, m_server.errorText())};
 }
 
 } // namespace verbs

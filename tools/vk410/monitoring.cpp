@@ -133,7 +133,8 @@ int Monitoring::run(const Announcement& announcement)
                m_session.status().traces, "map contents", m_session.mapHash());
     if (m_recorder && m_recorder->failure())
         say(*m_recorder->failure());
-    return end.losses() == 0 ? Done : NotSound;
+    const receiver::Source* const source = m_session.source();
+    return end.losses() == 0 && !source->failed() ? Done : NotSound;
 }
 
 ledger::Counters Monitoring::counters()

@@ -1,10 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "tools/vk410/sources.h"
 #include "toolkit/simulation/simulationsource.h"
-#include "tools/vk410/verbs.h"
-#include <cstdio>
-#include <exception>
-#include <fmt/format.h>
 
 namespace verbs {
 
@@ -16,17 +12,6 @@ std::unique_ptr<receiver::Source> openSource(const std::string& text, const rece
     simulation::Scene scene = simulation::sceneNamed(spec.path);
     scene.startNs = receiver::nowNs();
     return std::make_unique<simulation::SimulationSource>(std::move(scene), 1, playback.rate);
-}
-
-int reportErrors(const char* verb, const std::function<int()>& work)
-{
-    try {
-        return work();
-    } catch (const std::exception& error) {
-        std::fflush(stdout);
-        fmt::print(stderr, "vk410 {}: {}\n", verb, error.what());
-        return Failed;
-    }
 }
 
 } // namespace verbs

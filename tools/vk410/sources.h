@@ -2,7 +2,6 @@
 #pragma once
 // What verbs that read or send live data have in common.
 #include "toolkit/receiver/source.h"
-#include <functional>
 #include <memory>
 #include <string>
 
@@ -15,8 +14,5 @@ inline constexpr char sourceHelp[] =
 /// Errors: receiver::BadSource, simulation::BadScene.
 [[nodiscard]] std::unique_ptr<receiver::Source> openSource(const std::string& text,
                                                            const receiver::Playback& playback);
-
-/// Runs `work`; what it throws becomes one line on stderr, and the exit code.
-int reportErrors(const char* verb, const std::function<int()>& work);
 
 } // namespace verbs

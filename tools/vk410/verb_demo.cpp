@@ -7,6 +7,7 @@
 #include "tools/vk410/dfoptions.h"
 #include "tools/vk410/monitoring.h"
 #include "tools/vk410/sources.h"
+#include "tools/vk410/validators.h"
 #include "tools/vk410/verbs.h"
 #include <QCoreApplication>
 #include <fmt/format.h>
@@ -83,14 +84,17 @@ void addDemo(CLI::App& program, Run& run)
     const auto arguments = std::make_shared<Arguments>();
     verb->add_option("SCENE", arguments->scene, "demo (default), band, zerospan, df, or a scene file");
     arguments->options.page.addTo(*verb);
-    verb->add_option("--for", arguments->options.seconds, "stop after SECONDS")->type_name("SECONDS");
+    verb->add_option("--for", arguments->options.seconds, "stop after SECONDS")
+        ->check(numberFrom(0))
+        ->type_name("SECONDS");
     verb->add_option("--drop", arguments->drop, "lose datagrams with probability P on the way")
-        ->check(CLI::Range(0.0, 1.0))
+        ->check(numberFrom(0, 1))
         ->type_name("P");
     verb->add_option("--record", arguments->options.recordTo, "keep what is received in FILE")
         ->type_name("FILE");
     verb->add_option("--metrics", arguments->options.metricsPort,
                      "Prometheus text on http://127.0.0.1:PORT/metrics")
+        ->check(portFrom(0))
         ->type_name("PORT");
     arguments->df.addTo(*verb);
     verb->footer("The ledger goes to stdout when it ends. Exit code 1: something was lost.\n"
@@ -98,9 +102,7 @@ void addDemo(CLI::App& program, Run& run)
                  "  vk410 demo --headless --for 3\n"
                  "  vk410 demo df --headless --for 3 --drop 0.01\n"
                  "  vk410 demo zerospan --headless --for 3 --record a.pcap");
-    verb->callback([arguments, &run] {
-        run = [arguments] { return reportErrors("demo", [&] { return demo(*arguments); }); };
-    });
+    verb->callback([arguments, &run] { run = [arguments] { return demo(*arguments); }; });
 }
 
 } // namespace verbs

@@ -1,14 +1,12 @@
 // SPDX-License-Identifier: MIT
 // vk410 monitor: a session with status line, ledger, recorder, mirror and metrics.
-#include "toolkit/recording/problem.h"
 #include "tools/vk410/dfoptions.h"
 #include "tools/vk410/monitoring.h"
 #include "tools/vk410/sources.h"
+#include "tools/vk410/tagoptions.h"
+#include "tools/vk410/validators.h"
 #include "tools/vk410/verbs.h"
 #include <QCoreApplication>
-#include <charconv>
-#include <fmt/format.h>
-#include <stdexcept>
 
 namespace verbs {
 namespace {
@@ -16,45 +14,23 @@ namespace {
 struct Arguments {
     std::string source;
     double rate = 1.0;
-    std::vector<std::string> tags;
+    TagOptions tags;
     DfOptions df;
     MonitorOptions options;
 };
-
-// "panorama=301"
-void applyTag(const std::string& text, receiver::SessionOptions& session)
-{
-    const std::size_t equals = text.find('=');
-    const std::string kind = text.substr(0, equals);
-    unsigned int* const tag = kind == "panorama"   ? &session.ifPanoramaTag
-                              : kind == "zerospan" ? &session.zeroSpanTag
-                              : kind == "df"       ? &session.dfScanTag
-                                                   : nullptr;
-    const char* const end = text.data() + text.size();
-    const char* const begin = equals == std::string::npos ? end : text.data() + equals + 1;
-    std::uint16_t value = 0;
-    const auto [read, error] = std::from_chars(begin, end, value);
-    if (!tag || read != end || error != std::errc{})
-        throw std::runtime_error{fmt::format(
-            "--tag '{}': expected panorama=TAG, zerospan=TAG or df=TAG, for example panorama=301", text)};
-    *tag = value;
-}
 
 int monitor(const Arguments& arguments)
 {
     int argc = 0;
     const QCoreApplication application{argc, nullptr};
-    return reportErrors("monitor", [&] {
-        MonitorOptions options = arguments.options;
-        arguments.df.apply(options.session);
-        for (const std::string& text : arguments.tags)
-            applyTag(text, options.session);
-        Monitoring monitoring{openSource(arguments.source, {.rate = arguments.rate}), options};
-        monitoring.servePage({}, {});
-        return monitoring.run([&monitoring] {
-            const std::string page = monitoring.pageUrl();
-            return page.empty() ? page : "page " + page;
-        });
+    MonitorOptions options = arguments.options;
+    arguments.df.apply(options.session);
+    arguments.tags.apply(options.session);
+    Monitoring monitoring{openSource(arguments.source, {.rate = arguments.rate}), options};
+    monitoring.servePage({}, {});
+    return monitoring.run([&monitoring] {
+        const std::string page = monitoring.pageUrl();
+        return page.empty() ? page : "page " + page;
     });
 }
 
@@ -75,14 +51,15 @@ void addMonitor(CLI::App& program, Run& run)
         ->type_name("FILE");
     verb->add_option("--metrics", arguments->options.metricsPort,
                      "Prometheus text on http://127.0.0.1:PORT/metrics")
+        ->check(portFrom(0))
         ->type_name("PORT");
-    verb->add_option("--for", arguments->options.seconds, "stop after SECONDS")->type_name("SECONDS");
+    verb->add_option("--for", arguments->options.seconds, "stop after SECONDS")
+        ->check(numberFrom(0))
+        ->type_name("SECONDS");
     verb->add_option("--rate", arguments->rate, "play a recording R times as fast; 0: as fast as possible")
+        ->check(numberFrom(0))
         ->type_name("R");
-    verb->add_option("--tag", arguments->tags,
-                     "tags that are shown; panorama=501 zerospan=1801 df=5301 if not given")
-        ->type_name("KIND=TAG")
-        ->allow_extra_args(false);
+    arguments->tags.addTo(*verb);
     arguments->df.addTo(*verb);
     verb->footer("Examples:\n"
                  "  vk410 monitor udp://:5555 --scan-range 1:145M-155M/12.5k\n"

@@ -1,16 +1,15 @@
 // SPDX-License-Identifier: MIT
 // vk410 record: keeps the bytes of a source as they came.
 #include "toolkit/recording/recorder.h"
+#include "tools/vk410/eventloop.h"
+#include "tools/vk410/progress.h"
 #include "tools/vk410/sources.h"
-#include "tools/vk410/stopsignals.h"
+#include "tools/vk410/validators.h"
 #include "tools/vk410/verbs.h"
 #include <QCoreApplication>
-#include <QElapsedTimer>
-#include <QTimer>
 #include <cstdio>
 #include <filesystem>
 #include <fmt/format.h>
-#include <unistd.h>
 
 namespace verbs {
 namespace {
@@ -30,14 +29,19 @@ double freeGigabytes(const std::string& path)
     return static_cast<double>(std::filesystem::space(folder, error).available) / 1e9;
 }
 
-std::string progress(const Arguments& arguments, const recording::Recorder& recorder, double seconds)
+std::string progressText(const Arguments& arguments, const recording::Recorder& recorder,
+                         const receiver::Source::Facts& facts, double seconds)
 {
-    std::string line = fmt::format("{} datagrams, {:.2f} MB, {:.2f} MB/s, skipped {}, {:.1f} GB of disk left",
+    std::string line = fmt::format("{} datagrams, {:.2f} MB, {}, skipped {}, {:.1f} GB of disk left",
                                    recorder.taken(), static_cast<double>(recorder.bytesTaken()) / 1e6,
-                                   static_cast<double>(recorder.bytesTaken()) / 1e6 / seconds,
-                                   recorder.skipped(), freeGigabytes(arguments.output));
+                                   rateText(recorder.bytesTaken(), seconds), recorder.skipped(),
+                                   freeGigabytes(arguments.output));
     if (arguments.seconds > 0)
-        line += fmt::format(", {:.0f} s to go", std::max(arguments.seconds - seconds, 0.0));
+        line += ", " + shareText({seconds, arguments.seconds}, seconds);
+    else if (facts.fileBytes > 0)
+        line +=
+            ", " + shareText({static_cast<double>(facts.fileBytesRead), static_cast<double>(facts.fileBytes)},
+                             seconds);
     return line;
 }
 
@@ -51,32 +55,23 @@ int record(const Arguments& arguments)
     // A recording is copied as fast as it can be read; a simulated receiver sends at its own pace.
     const double rate = arguments.source.starts_with("sim:") ? 1 : 0;
     const auto source = openSource(arguments.source, {.rate = rate});
-    QObject::connect(source.get(), &receiver::Source::said,
-                     [](const QString& text) { fmt::print(stderr, "{}\n", text.toStdString()); });
+    EventLoop loop;
+    Progress progress;
+    QObject::connect(source.get(), &receiver::Source::said, [&progress](const QString& text) {
+        progress.end();
+        fmt::print(stderr, "{}\n", text.toStdString());
+    });
     QObject::connect(source.get(), &receiver::Source::finished, [] { QCoreApplication::quit(); });
-    const StopSignals stop;
     source->start([&recorder](const receiver::Received& received) {
         recorder.take(received.datagram->Bytes(), received.datagram->Size(), received.receivedNs,
                       received.origin);
     });
-    QElapsedTimer sinceStart;
-    sinceStart.start();
-    const auto elapsed = [&sinceStart] {
-        return std::max(static_cast<double>(sinceStart.elapsed()) / 1e3, 0.001);
-    };
-    QTimer ticker;
-    QObject::connect(&ticker, &QTimer::timeout, [&] {
-        if (::isatty(STDERR_FILENO) != 0)
-            fmt::print(stderr, "\r{}\x1b[K", progress(arguments, recorder, elapsed()));
+    loop.run(arguments.seconds, [&] {
+        progress.show(progressText(arguments, recorder, source->facts(), progress.seconds()));
         if (recorder.failure())
             QCoreApplication::quit();
     });
-    ticker.start(500);
-    if (arguments.seconds > 0)
-        QTimer::singleShot(static_cast<int>(arguments.seconds * 1e3), [] { QCoreApplication::quit(); });
-    QCoreApplication::exec();
-    if (::isatty(STDERR_FILENO) != 0)
-        fmt::print(stderr, "\n");
+    progress.end();
     fmt::print("{} datagrams, {} bytes, {} skipped, {} dropped by the kernel, {} file{}\n", recorder.taken(),
                recorder.bytesTaken(), recorder.skipped(), source->facts().kernelDropped,
                recorder.files().size(), recorder.files().size() == 1 ? "" : "s");
@@ -84,7 +79,8 @@ int record(const Arguments& arguments)
         fmt::print(stderr, "vk410 record: {}; what came before is kept\n", *failure);
         return NotSound;
     }
-    return recorder.skipped() == 0 && source->facts().kernelDropped == 0 ? Done : NotSound;
+    const bool isWhole = recorder.skipped() == 0 && source->facts().kernelDropped == 0 && !source->failed();
+    return isWhole ? Done : NotSound;
 }
 
 } // namespace
@@ -98,11 +94,15 @@ void addRecord(CLI::App& program, Run& run)
     verb->add_option("-o,--output", arguments->output, "the capture to write; Wireshark opens it")
         ->required()
         ->type_name("FILE");
-    verb->add_option("--for", arguments->seconds, "stop after SECONDS")->type_name("SECONDS");
+    verb->add_option("--for", arguments->seconds, "stop after SECONDS")
+        ->check(numberFrom(0))
+        ->type_name("SECONDS");
     verb->add_option("--rotate-size", arguments->rotateMegabytes,
                      "go on in a new file (a-0001.pcap, ...) after MB")
+        ->check(numberFrom(0))
         ->type_name("MB");
     verb->add_option("--rotate-time", arguments->rotateSeconds, "go on in a new file after SECONDS")
+        ->check(numberFrom(0))
         ->type_name("SECONDS");
     verb->footer("Ctrl-C ends it and leaves a valid file; a killed process leaves one that reads up to its "
                  "last whole record.\n"
@@ -110,9 +110,7 @@ void addRecord(CLI::App& program, Run& run)
                  "  vk410 record udp://:5555 -o a.pcap --for 30\n"
                  "  vk410 record tcp://192.0.2.7:5555 -o day.pcap --rotate-time 3600\n"
                  "  vk410 record udp://239.1.2.3@192.0.2.1:5555 -o a.pcap --rotate-size 1000");
-    verb->callback([arguments, &run] {
-        run = [arguments] { return reportErrors("record", [&] { return record(*arguments); }); };
-    });
+    verb->callback([arguments, &run] { run = [arguments] { return record(*arguments); }; });
 }
 
 } // namespace verbs

@@ -4,9 +4,11 @@
 #include "toolkit/sending/sender.h"
 #include "tools/vk410/sources.h"
 #include "tools/vk410/stopsignals.h"
+#include "tools/vk410/validators.h"
 #include "tools/vk410/verbs.h"
 #include <QCoreApplication>
 #include <QTimer>
+#include <exception>
 #include <fmt/format.h>
 
 namespace verbs {
@@ -16,7 +18,6 @@ struct Arguments {
     std::string file;
     std::string udp;
     std::string tcp;
-    double untilSeconds = -1;
     receiver::Playback playback;
 };
 
@@ -49,6 +50,8 @@ public:
         fmt::print(stderr, "replay to {}{}\n", m_sender->name(), m_server ? ", waiting for a client" : "");
         m_poll.start(5);
         QCoreApplication::exec();
+        if (m_failure)
+            std::rethrow_exception(m_failure);
         fmt::print("{} datagrams sent to {}, {} dropped\n", m_sent, m_sender->name(), m_sender->dropped());
         return m_source.failed() || m_sender->dropped() != 0 ? NotSound : Done;
     }
@@ -59,11 +62,22 @@ private:
     void poll()
     {
         if (!m_started && (!m_server || m_server->clients() > 0))
-            start();
+            tryToStart();
         const std::int64_t waiting = m_server ? m_server->mostWaiting() : 0;
         m_source.setFull(waiting > pauseAboveBytes);
         if (m_finished && waiting == 0)
             QCoreApplication::quit();
+    }
+
+    // What it throws must not pass through the event loop.
+    void tryToStart()
+    {
+        try {
+            start();
+        } catch (...) {
+            m_failure = std::current_exception();
+            QCoreApplication::quit();
+        }
     }
 
     void start()
@@ -84,14 +98,16 @@ private:
     std::uint64_t m_sent = 0;
     bool m_started = false;
     bool m_finished = false;
+    std::exception_ptr m_failure;
 };
 
-int replay(Arguments arguments)
+int replay(const Arguments& arguments)
 {
     if (arguments.udp.empty() == arguments.tcp.empty())
-        throw receiver::BadSource{"expected one of --udp ADDRESS:PORT and --tcp ADDRESS:PORT"};
-    if (arguments.untilSeconds >= 0)
-        arguments.playback.untilSeconds = arguments.untilSeconds;
+        throw receiver::BadSource{fmt::format(
+            "expected one of --udp ADDRESS:PORT and --tcp ADDRESS:PORT, found {}; say where to send to, "
+            "for example --udp 127.0.0.1:5555",
+            arguments.udp.empty() ? "neither" : "both")};
     int argc = 0;
     const QCoreApplication application{argc, nullptr};
     return Replay{arguments}.run();
@@ -109,20 +125,20 @@ void addReplay(CLI::App& program, Run& run)
         ->type_name("ADDRESS:PORT");
     verb->add_option("--rate", arguments->playback.rate,
                      "R times as fast as recorded; 0: as fast as possible")
-        ->check(CLI::NonNegativeNumber)
+        ->check(numberFrom(0))
         ->type_name("R");
     verb->add_flag("--loop", arguments->playback.loop, "begin again at the end, until Ctrl-C");
     verb->add_option("--from", arguments->playback.fromSeconds, "begin SECONDS into the recording")
+        ->check(numberFrom(0))
         ->type_name("SECONDS");
-    verb->add_option("--until", arguments->untilSeconds, "end SECONDS into the recording")
+    verb->add_option("--until", arguments->playback.untilSeconds, "end SECONDS into the recording")
+        ->check(numberFrom(0))
         ->type_name("SECONDS");
     verb->footer("Examples:\n"
                  "  vk410 replay a.pcap --udp 127.0.0.1:5555\n"
                  "  vk410 replay a.pcap --tcp 127.0.0.1:5555 --rate 0\n"
                  "  vk410 replay a.pcap --udp 239.1.2.3:5555 --rate 4 --loop --from 10 --until 20");
-    verb->callback([arguments, &run] {
-        run = [arguments] { return reportErrors("replay", [&] { return replay(*arguments); }); };
-    });
+    verb->callback([arguments, &run] { run = [arguments] { return replay(*arguments); }; });
 }
 
 } // namespace verbs

@@ -4,17 +4,21 @@
 #include "toolkit/sending/sender.h"
 #include "toolkit/simulation/iqfile.h"
 #include "toolkit/simulation/player.h"
+#include "tools/vk410/progress.h"
 #include "tools/vk410/sources.h"
 #include "tools/vk410/stopsignals.h"
+#include "tools/vk410/validators.h"
 #include "tools/vk410/verbs.h"
 #include <QCoreApplication>
 #include <QTimer>
+#include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <fmt/format.h>
 #include <optional>
-#include <unistd.h>
 
 namespace verbs {
 namespace {
@@ -41,28 +45,6 @@ struct Arguments {
 constexpr std::int64_t pauseAboveBytes = 8 << 20;
 constexpr int drainMilliseconds = 2'000;
 
-// One line of talk; on a terminal it is written over again.
-class Progress {
-public:
-    void show(const std::string& text)
-    {
-        if (!m_isTerminal)
-            return;
-        fmt::print(stderr, "\r\x1b[K{}", text);
-        std::fflush(stderr);
-        m_isShown = true;
-    }
-    void end() const
-    {
-        if (m_isShown)
-            fmt::print(stderr, "\n");
-    }
-
-private:
-    bool m_isTerminal = ::isatty(STDERR_FILENO) == 1;
-    bool m_isShown = false;
-};
-
 // The truth file; "-" is stdout.
 class TruthFile {
 public:
@@ -71,7 +53,10 @@ public:
         , m_file(path == "-" ? stdout : std::fopen(path.c_str(), "w"))
     {
         if (!m_file)
-            throw std::runtime_error{fmt::format("{}: cannot be written", path)};
+            throw std::runtime_error{
+                fmt::format("{}: expected a file that can be written, found: {}; choose a "
+                            "folder that exists and that you may write to",
+                            path, std::strerror(errno))};
     }
     TruthFile(const TruthFile&) = delete;
     TruthFile& operator=(const TruthFile&) = delete;
@@ -269,9 +254,11 @@ constexpr std::array<FaultOption, 6> faultOptions{{{"--drop", &simulation::Fault
 void checkArguments(const Arguments& arguments)
 {
     if (arguments.udp.empty() && arguments.tcp.empty() && arguments.truth.empty())
-        throw receiver::BadSource{"expected --udp ADDRESS:PORT, --tcp ADDRESS:PORT or --truth FILE"};
+        throw receiver::BadSource{
+            "expected --udp ADDRESS:PORT, --tcp ADDRESS:PORT or --truth FILE, found none; "
+            "say where to send to, for example --udp 127.0.0.1:5555"};
     if (arguments.points && arguments.stepHz)
-        throw receiver::BadSource{"expected one of --points and --step, found both"};
+        throw receiver::BadSource{"expected one of --points and --step, found both; leave one out"};
     if (arguments.stepHz && !(*arguments.stepHz > 0))
         throw receiver::BadSource{fmt::format("--step: expected more than 0, found {:g}", *arguments.stepHz)};
     double sum = 0;
@@ -284,7 +271,7 @@ void checkArguments(const Arguments& arguments)
     }
     if (sum > 1)
         throw receiver::BadSource{
-            fmt::format("expected fault probabilities of at most 1 together, found {:g}", sum)};
+            fmt::format("expected fault probabilities of at most 1 together, found {:g}; lower one", sum)};
 }
 
 int simulate(const Arguments& arguments)
@@ -317,9 +304,11 @@ void addSimulate(CLI::App& program, Run& run)
     verb->add_option("SCENE", arguments->scene, "band (default), zerospan, df, demo, or a scene file");
     verb->add_option("--udp", arguments->udp, "Send packets there")->type_name("ADDRESS:PORT");
     verb->add_option("--tcp", arguments->tcp, "Serve the stream there")->type_name("ADDRESS:PORT");
-    verb->add_option("--count", arguments->count, "End after N traces")->type_name("N");
+    verb->add_option("--count", arguments->count, "End after N traces")
+        ->check(wholeNumberFrom(0))
+        ->type_name("N");
     verb->add_option("--for", arguments->seconds, "End after SECONDS")
-        ->check(CLI::PositiveNumber)
+        ->check(positiveNumber())
         ->type_name("SECONDS");
     verb->add_option("--seed", arguments->seed, "The same datagrams each time, stamps too")->type_name("S");
     verb->add_option("--truth", arguments->truth, "Say what was sent and spoilt, one JSON object a line")
@@ -327,7 +316,7 @@ void addSimulate(CLI::App& program, Run& run)
     verb->add_option("--iq", arguments->iq, "Recorded I/Q (.sigmf-meta) for signals; --loop: again and again")
         ->type_name("META");
     verb->add_option("--rate", arguments->rate, "Traces a second; 0: without a pause")
-        ->check(CLI::NonNegativeNumber)
+        ->check(numberFrom(0))
         ->type_name("R");
     addSettings(*verb, *arguments);
     verb->footer("Receiver: --centre HZ, --span HZ, and --points N or --step HZ.\n"
@@ -337,9 +326,7 @@ void addSimulate(CLI::App& program, Run& run)
                  "  vk410 simulate band --udp 127.0.0.1:5555 --for 2\n"
                  "  vk410 simulate zerospan --udp 127.0.0.1:5555 --count 100 --rate 0 --drop 0.01\n"
                  "  vk410 simulate band --count 60 --rate 0 --seed 7 --corrupt 0.1 --truth truth.ndjson");
-    verb->callback([arguments, &run] {
-        run = [arguments] { return reportErrors("simulate", [&] { return simulate(*arguments); }); };
-    });
+    verb->callback([arguments, &run] { run = [arguments] { return simulate(*arguments); }; });
 }
 
 } // namespace verbs

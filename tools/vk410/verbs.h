@@ -6,6 +6,8 @@
 
 namespace verbs {
 
+class Configuration;
+
 enum ExitCode : int {
     Done = 0,
     NotSound = 1, // data was lost, or is not sound
@@ -17,7 +19,12 @@ enum ExitCode : int {
 using Run = std::function<int()>;
 
 /// Each adds its verb to `program`; choosing it sets `run`.
+void addCheck(CLI::App& program, Run& run);
+void addConfig(CLI::App& program, Run& run, const Configuration& configuration);
 void addDemo(CLI::App& program, Run& run);
+void addDoctor(CLI::App& program, Run& run);
+void addExport(CLI::App& program, Run& run);
+void addHelp(CLI::App& program, Run& run);
 void addInspect(CLI::App& program, Run& run);
 void addMonitor(CLI::App& program, Run& run);
 void addRecord(CLI::App& program, Run& run);

@@ -53,10 +53,10 @@ TEST(Summary, HasARowForEachTagAndChannel)
                  DatagramWriter{}.sequence(2).attribute(501).selectors(3).count(1).bytes(Bytes(6)).build())}),
         ElementsAre("test: 2 datagrams, 90 bytes",
                     "file: 2 datagrams, 0 invalid; sequence gaps 0, missing 0, backwards 0", "",
-                    "  tag  channel  attributes  bytes  count  selectors  gaps  rate/s  age/s",
-                    "  501        0           2     34   1..2    0x1 0x3     0       -      -",
-                    "  501        3           1     12      0        0x0     0       -      -",
-                    "9999?        1           1     12      0        0x0     0       -      -",
+                    "  tag  channel  attributes  bytes  count  span/Hz  selectors  gaps  rate/s  age/s",
+                    "  501        0           2     34   1..2        -    0x1 0x3     0       -      -",
+                    "  501        3           1     12      0        -        0x0     0       -      -",
+                    "9999?        1           1     12      0        -        0x0     0       -      -",
                     "? not a known tag: stepped over"));
 }
 
@@ -74,17 +74,18 @@ TEST(Summary, TellsRatesAndAgesWhereTimesAreKnown)
             "from 2023-11-14T22:13:20.000000000Z to 2023-11-14T22:13:22.000000000Z, 2.000 s",
             "udp 192.0.2.1:5555 > 192.0.2.99:4444: 3 datagrams, 0 invalid; sequence gaps 0, missing 0, "
             "backwards 0",
-            "", "tag  channel  attributes  bytes  count  selectors  gaps  rate/s  age/s",
-            "201        0           1     12      0        0x0     0       -  0.000",
-            "501        0           2     24      0        0x0     0     2.0  1.500"));
+            "", "tag  channel  attributes  bytes  count  span/Hz  selectors  gaps  rate/s  age/s",
+            "201        0           1     12      0        -        0x0     0       -  0.000",
+            "501        0           2     24      0        -        0x0     0     2.0  1.500"));
 }
 
 TEST(Summary, TellsRatesOfTimesThatLieOneNanosecondApart)
 {
     const Bytes panorama = DatagramWriter{}.attribute(501).build();
 
-    EXPECT_THAT(summaryOf({received(panorama, support::firstNs), received(panorama, support::firstNs + 1)}),
-                Contains("501        0           2     24      0        0x0     0  1000000000.0  0.000"));
+    EXPECT_THAT(
+        summaryOf({received(panorama, support::firstNs), received(panorama, support::firstNs + 1)}),
+        Contains("501        0           2     24      0        -        0x0     0  1000000000.0  0.000"));
 }
 
 TEST(Summary, TakesTimesAtBothEndsOfTheirRange)
@@ -92,7 +93,7 @@ TEST(Summary, TakesTimesAtBothEndsOfTheirRange)
     const Bytes panorama = DatagramWriter{}.attribute(501).build();
 
     EXPECT_THAT(summaryOf({received(panorama, INT64_MIN), received(panorama, INT64_MAX)}),
-                Contains("501        0           2     24      0        0x0     0     0.0  0.000"));
+                Contains("501        0           2     24      0        -        0x0     0     0.0  0.000"));
 }
 
 TEST(Summary, CountsGapsOfEachSenderByItself)
@@ -115,8 +116,10 @@ TEST(Summary, CountsGapsOfEachSenderByItself)
         lines,
         Contains(StartsWith(
             "udp 192.0.2.2:5555 > 192.0.2.99:4444: 3 datagrams, 0 invalid; sequence gaps 2, missing 398,")));
-    EXPECT_THAT(lines, Contains("501        0           3     36      0        0x0     1       -  0.000"));
-    EXPECT_THAT(lines, Contains("201        0           3     36      0        0x0     2       -  0.000"));
+    EXPECT_THAT(lines,
+                Contains("501        0           3     36      0        -        0x0     1       -  0.000"));
+    EXPECT_THAT(lines,
+                Contains("201        0           3     36      0        -        0x0     2       -  0.000"));
 }
 
 TEST(Summary, ListsWhatWasDropped)
@@ -170,8 +173,9 @@ TEST(Summary, ShortensALongListOfSelectors)
     for (std::uint32_t selectors = 1; selectors <= 0x200; selectors *= 2)
         datagrams.push_back(datagramOf(DatagramWriter{}.attribute(101).selectors(selectors).build()));
 
-    EXPECT_THAT(summaryOf(std::move(datagrams)),
-                Contains("101        0          10    120      0  0x1 0x2 0x4 ..     0       -      -"));
+    EXPECT_THAT(
+        summaryOf(std::move(datagrams)),
+        Contains("101        0          10    120      0        -  0x1 0x2 0x4 ..     0       -      -"));
 }
 
 TEST(TimeText, IsInUtcWithNanoseconds)

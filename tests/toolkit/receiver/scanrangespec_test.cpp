@@ -114,7 +114,7 @@ TEST(ScanRangeSpec, IsRefusedForAJobThatComesTwice)
     EXPECT_EQ(refusalOf([] {
                   (void)receiver::parseScanRanges({"1:1M-2M/1k", "1:5M-6M/1k"});
               }),
-              "'1:5M-6M/1k': job 1 has a scan range already");
+              "'1:5M-6M/1k': expected each job once, found job 1 again; give it another number");
 }
 
 TEST(ScanRangeSpec, IsRefusedWhereTheScanGetsTooManyChannels)
@@ -122,7 +122,8 @@ TEST(ScanRangeSpec, IsRefusedWhereTheScanGetsTooManyChannels)
     EXPECT_EQ(refusalOf([] {
                   (void)receiver::parseScanRanges({"1:0-600M/100", "2:0-600M/100"});
               }),
-              "'2:0-600M/100': with it the scan has more than 10000000 channels");
+              "'2:0-600M/100': expected at most 10000000 channels in all scan ranges, found more; take a "
+              "larger step");
 }
 
 TEST(ExcludedRangeSpec, IsRefusedWithoutAKindOrItsFrequencies)

@@ -77,8 +77,8 @@ TEST(SceneFile, ThatIsNotThereIsRefusedWithWhatWouldDo)
         (void)simulation::sceneNamed("nowhere/x.json");
         FAIL();
     } catch (const BadScene& bad) {
-        EXPECT_STREQ(bad.what(),
-                     "nowhere/x.json: expected demo, band, zerospan, df or a readable scene file");
+        EXPECT_STREQ(bad.what(), "nowhere/x.json: expected demo, band, zerospan, df or a scene file, found: "
+                                 "No such file or directory; check its name and permissions");
     }
 }
 

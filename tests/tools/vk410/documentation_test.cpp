@@ -30,7 +30,8 @@ TEST(Help, OfTheProgramNamesItsVerbs)
 
 TEST(Help, OfAVerbFitsAScreen)
 {
-    for (const char* const verb : {"inspect", "monitor", "record", "replay"}) {
+    for (const char* const verb :
+         {"check", "demo", "doctor", "export", "inspect", "monitor", "record", "replay", "simulate"}) {
         const std::vector<std::string> lines = linesOf(helpOf(verb));
         EXPECT_LE(lines.size(), 24U) << verb;
         for (const std::string& line : lines)
@@ -48,7 +49,8 @@ TEST(Help, OfAVerbEndsWithThreeExamplesThatWork)
     for (const std::string& example : examples) {
         const Ran ran = run(example, samples);
         // The sample stream has an error in it, and says so.
-        EXPECT_THAT(ran.exitCode, example.find("stream.bin") == std::string::npos ? 0 : 1) << example;
+        EXPECT_THAT(ran.exitCode, example.find("stream.bin") == std::string::npos ? 0 : 1)
+            << example << ran.err;
         EXPECT_THAT(ran.out, Not(IsEmpty())) << example;
         EXPECT_EQ(ran.err, "") << example;
     }
@@ -59,7 +61,8 @@ TEST(Help, OfTheProgramTellsItsVersion)
     const Ran ran = run("vk410 --version", samples);
 
     EXPECT_EQ(ran.exitCode, 0);
-    EXPECT_THAT(ran.out, testing::MatchesRegex("vk410 [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+    EXPECT_THAT(ran.out, testing::MatchesRegex(
+                             "vk410 [0-9]+\\.[0-9]+\\.[0-9]+ \\(commit ([0-9a-f]{12}|unknown)\\)\n"));
 }
 
 // The first fenced block of that language in a document.

@@ -204,20 +204,25 @@ TEST_P(InspectUsage, EndsWithTwoAndOneLine)
 
 INSTANTIATE_TEST_SUITE_P(
     All, InspectUsage,
-    testing::Values(UsageCase{"NoVerb", "", "vk410: A subcommand is required; 'vk410 --help' shows how"},
-                    UsageCase{"UnknownVerb", "dance", "vk410: "},
-                    UsageCase{"NoSource", "inspect",
-                              "vk410 inspect: SOURCE is required; 'vk410 inspect --help' shows how"},
-                    UsageCase{"UnknownOption", "inspect a --frob", "vk410 inspect: "},
-                    UsageCase{"BadPort", "inspect a --port 65536", "--port"},
-                    UsageCase{"NegativeIndex", "inspect a --explain -1", "--explain"},
-                    UsageCase{"TwoForms", "inspect a --json --explain 1", "--json"},
-                    UsageCase{"MissingFile", "inspect missing",
-                              "vk410 inspect: missing: expected a readable file, found No such file or "
-                              "directory; check its name"},
-                    UsageCase{"Directory", "inspect .",
-                              "vk410 inspect: .: expected a readable file, found a directory"},
-                    UsageCase{"LiveSource", "inspect udp://:5555", "vk410 inspect: udp://:5555: "}),
+    testing::Values(
+        UsageCase{"NoVerb", "", "vk410: expected a verb, found none; 'vk410 --help' shows how"},
+        UsageCase{"UnknownVerb", "dance", "vk410: "},
+        UsageCase{"NoSource", "inspect",
+                  "vk410 inspect: expected SOURCE, found none; 'vk410 inspect --help' shows how"},
+        UsageCase{"UnknownOption", "inspect a --frob", "vk410 inspect: "},
+        UsageCase{"BadPort", "inspect a --port 65536", "--port"},
+        UsageCase{"NegativeIndex", "inspect a --explain -1", "--explain"},
+        UsageCase{"TwoForms", "inspect a --json --explain 1", "--json"},
+        UsageCase{"MissingFile", "inspect missing",
+                  "vk410 inspect: missing: expected a readable file, found No such file or "
+                  "directory; check its name"},
+        UsageCase{"Directory", "inspect .", "vk410 inspect: .: expected a readable file, found a directory"},
+        UsageCase{"PortOfALiveSource", "inspect udp://:5555 --port 5555",
+                  "vk410 inspect: --port: expected a recording to look into, found udp://:5555; a "
+                  "live source has a port of its own"},
+        UsageCase{"TimeOfARecording", "inspect a.bin --for 2",
+                  "vk410 inspect: --for: expected a live source, found a.bin; --count N ends in a "
+                  "recording"}),
     [](const auto& test) { return test.param.name; });
 
 TEST_F(Inspect, EndsWithTwoWhenItsResultsCannotBeWritten)

@@ -30,7 +30,8 @@ TEST_F(LiveVerbs, HelpEndsWithThreeExamplesThatWork)
                      "vk410 record udp://127.0.0.1:$PORT -o a.pcap --for 2 >/dev/null 2>&1")
                   .exitCode,
               0);
-    for (const std::string verb : {"monitor", "record", "replay", "demo"}) {
+    ASSERT_EQ(script("vk410 simulate band --seed 1 --count 5 --rate 0 --truth truth.ndjson").exitCode, 0);
+    for (const std::string verb : {"monitor", "record", "replay", "demo", "export", "check", "doctor"}) {
         const std::vector<std::string> examples = examplesIn(script("vk410 " + verb + " --help").out);
         ASSERT_EQ(examples.size(), 3U) << verb;
         for (std::string example : examples) {
@@ -41,7 +42,7 @@ TEST_F(LiveVerbs, HelpEndsWithThreeExamplesThatWork)
             example = replaced(example, "5555", port);
             const Ran ran = script("timeout --preserve-status -s INT 4" + example);
             EXPECT_LE(ran.exitCode, 1) << example << ran.err;
-            EXPECT_FALSE(ran.out.empty()) << example;
+            EXPECT_FALSE((ran.out + ran.err).empty()) << example;
         }
     }
 }
@@ -242,8 +243,9 @@ INSTANTIATE_TEST_SUITE_P(
                   "vk410 demo: .*'vk410 demo --help' shows how\n"},
         UsageCase{"RecordNoFolder", "vk410 record udp://127.0.0.1:$PORT -o no/folder/a.pcap",
                   "vk410 record: no/folder/a.pcap: No such file or directory; choose a folder .*\n"},
-        UsageCase{"ReplayNowhere", "vk410 replay $SAMPLES/receiver.pcap",
-                  "vk410 replay: expected one of --udp ADDRESS:PORT and --tcp ADDRESS:PORT\n"},
+        UsageCase{
+            "ReplayNowhere", "vk410 replay $SAMPLES/receiver.pcap",
+            "vk410 replay: expected one of --udp ADDRESS:PORT and --tcp ADDRESS:PORT, found neither; .*\n"},
         UsageCase{"ReplayNegativeRate", "vk410 replay $SAMPLES/receiver.pcap --udp :5 --rate -1",
                   "vk410 replay: .*'vk410 replay --help' shows how\n"}),
     [](const auto& each) { return each.param.name; });

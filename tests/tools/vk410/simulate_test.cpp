@@ -204,21 +204,26 @@ TEST_P(WrongUses, EndWithAHintAndExitCode2)
 
 INSTANTIATE_TEST_SUITE_P(
     Rows, WrongUses,
-    testing::Values(
-        WrongUse{"NowhereToSend", "band", "expected --udp ADDRESS:PORT, --tcp ADDRESS:PORT or --truth FILE"},
-        WrongUse{"NoScene", "nothing.json --truth -",
-                 "nothing.json: expected demo, band, zerospan, df or a readable scene file"},
-        WrongUse{"ProbabilityAboveOne", "band --truth - --drop 2",
-                 "--drop: expected a probability from 0 to 1, found 2"},
-        WrongUse{"ProbabilitiesAboveOneTogether", "band --truth - --drop 0.6 --dup 0.6",
-                 "expected fault probabilities of at most 1 together, found 1.2"},
-        WrongUse{"NoPort", "band --udp 127.0.0.1", "the port is missing"},
-        WrongUse{"OddSpan", "band --truth - --span 1001",
-                 "spanHz: expected an even number of hertz, found 1001"},
-        WrongUse{"StepAndPoints", "band --truth - --step 10 --points 4",
-                 "expected one of --points and --step, found both"},
-        WrongUse{"TruthThatCannotBeWritten", "band --truth no/where", "no/where: cannot be written"},
-        WrongUse{"NoIq", "--iq x.sigmf-meta --truth -", "x.sigmf-meta: cannot be read"}),
+    testing::Values(WrongUse{"NowhereToSend", "band",
+                             "expected --udp ADDRESS:PORT, --tcp ADDRESS:PORT or --truth FILE"},
+                    WrongUse{"NoScene", "nothing.json --truth -",
+                             "nothing.json: expected demo, band, zerospan, df or a scene file, found: No "
+                             "such file or directory; check its name and permissions"},
+                    WrongUse{"ProbabilityAboveOne", "band --truth - --drop 2",
+                             "--drop: expected a probability from 0 to 1, found 2"},
+                    WrongUse{"ProbabilitiesAboveOneTogether", "band --truth - --drop 0.6 --dup 0.6",
+                             "expected fault probabilities of at most 1 together, found 1.2"},
+                    WrongUse{"NoPort", "band --udp 127.0.0.1", "the port is missing"},
+                    WrongUse{"OddSpan", "band --truth - --span 1001",
+                             "spanHz: expected an even number of hertz, found 1001"},
+                    WrongUse{"StepAndPoints", "band --truth - --step 10 --points 4",
+                             "expected one of --points and --step, found both"},
+                    WrongUse{"TruthThatCannotBeWritten", "band --truth no/where",
+                             "no/where: expected a file that can be written, found: No such file or "
+                             "directory; choose a folder that exists and that you may write to"},
+                    WrongUse{"NoIq", "--iq x.sigmf-meta --truth -",
+                             "x.sigmf-meta: expected a readable .sigmf-meta file, found: No such file or "
+                             "directory; check its name and permissions"}),
     [](const auto& row) { return std::string(row.param.name); });
 
 TEST_F(Simulate, ObeysCentreSpanAndStep)

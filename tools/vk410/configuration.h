@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+// Where the values of options come from: the command line, else the environment, else the configuration file,
+// else their defaults.
+#include "toolkit/settings/settingsfile.h"
+#include <CLI/CLI.hpp>
+#include <string>
+#include <vector>
+
+namespace verbs {
+
+/// What environment and configuration file say.
+class Configuration {
+public:
+    /// Reads the file that --config or VK410_CONFIG names, else $XDG_CONFIG_HOME/vk410.toml where there is
+    /// one. Errors: settings::BadSettings.
+    Configuration(int argc, char** argv);
+
+    /// Checks that the file's verbs and options exist, and lets the verb that the command line chooses take
+    /// the values that the command line does not give. Errors: settings::BadSettings.
+    void offerTo(CLI::App& program);
+
+    /// "/etc/vk410.toml:4: " or "VK410_MONITOR_RATE: " where what an error says is about a value from there;
+    /// else empty.
+    [[nodiscard]] std::string blame(const std::string& error) const;
+
+    /// A value that is not the default, and where it comes from.
+    struct Given {
+        std::string value;
+        std::string from; // empty: the default holds
+    };
+    [[nodiscard]] Given given(const std::string& verb, const std::string& key) const;
+
+    /// Of the configuration file; empty: there is none.
+    [[nodiscard]] const std::string& path() const { return m_path; }
+
+private:
+    void checkNames(CLI::App& program) const;
+    void offer(CLI::App& verb);
+    [[nodiscard]] bool isOnCommandLine(const std::string& option) const;
+
+    std::vector<std::string> m_words; // of the command line
+    std::string m_path;
+    settings::Settings m_settings;
+    struct Offer {
+        std::string option; // as errors call it: "--rate", "SOURCE"
+        Given given;
+    };
+    std::vector<Offer> m_offers; // to the chosen verb
+};
+
+} // namespace verbs
