@@ -14,7 +14,9 @@ class VK410Processor;
 class Q_DECL_EXPORT IMassDataProcessor {
 public:
     IMassDataProcessor() = default;
-    IMassDataProcessor(const IMassDataProcessor& other); // a route leads to one object
+
+    /// Copies path and observer. Routes are not copied: they lead to one object.
+    IMassDataProcessor(const IMassDataProcessor& other);
     IMassDataProcessor& operator=(const IMassDataProcessor& other);
     virtual ~IMassDataProcessor();
 

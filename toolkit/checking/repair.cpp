@@ -78,6 +78,9 @@ Repair::Repair(const std::string& in, std::string out)
     if (std::filesystem::equivalent(in, m_out, unknown))
         throw CannotRepair{
             fmt::format("{}: expected another file than the one that is checked; name a new one", m_out)};
+    if (std::filesystem::is_regular_file(m_out, unknown))
+        throw CannotRepair{fmt::format(
+            "{}: expected a new file, found one that is there; name another one, or remove it", m_out)};
 }
 
 Repair::~Repair() = default;

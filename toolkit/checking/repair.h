@@ -23,7 +23,7 @@ struct CannotRepair : std::runtime_error {
 /// capture with the same addresses, ports and times. Errors: CannotRepair, recording::CannotWrite.
 class Repair {
 public:
-    /// `in` is only compared: a recording is never written over itself.
+    /// `in` is only compared: a recording is never written over itself, nor over any other file.
     Repair(const std::string& in, std::string out);
     Repair(const Repair&) = delete;
     Repair& operator=(const Repair&) = delete;

@@ -98,9 +98,9 @@ void Collector::write(Row row)
 When Collector::when(std::int64_t deviceNs)
 {
     const quint64 lost = m_session.lostOnTheWire();
-    // A late datagram takes its loss back.
+    // A late datagram takes its loss back; the next loss is then told already.
     const quint64 before = lost > m_lost ? lost - m_lost : 0;
-    m_lost = lost;
+    m_lost += before;
     return {m_session.lastReceivedNs() != 0 ? m_session.lastReceivedNs() : deviceNs, deviceNs, before};
 }
 

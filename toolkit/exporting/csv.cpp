@@ -42,8 +42,10 @@ void CsvWriter::write(const DfBlock& block)
 
 void CsvWriter::addWhen(const When& when)
 {
-    add(m_line, "{},", when.receivedNs);
-    if (when.deviceNs != 0)
+    if (when.receivedNs > 0)
+        add(m_line, "{}", when.receivedNs);
+    m_line += ',';
+    if (when.deviceNs > 0)
         add(m_line, "{}", when.deviceNs);
     add(m_line, ",{},", when.lostBefore);
 }

@@ -76,12 +76,19 @@ void NdjsonWriter::write(const DfBlock& block)
 
 void NdjsonWriter::begin(const When& when)
 {
-    add(m_line, R"({{"type":"{}","received_ns":{},"device_ns":)", m_units.type, when.receivedNs);
-    if (when.deviceNs != 0)
-        add(m_line, "{}", when.deviceNs);
+    add(m_line, R"({{"type":"{}")", m_units.type);
+    addTime("received_ns", when.receivedNs);
+    addTime("device_ns", when.deviceNs);
+    add(m_line, R"(,"lost_before":{})", when.lostBefore);
+}
+
+void NdjsonWriter::addTime(std::string_view name, std::int64_t ns)
+{
+    add(m_line, R"(,"{}":)", name);
+    if (ns > 0)
+        add(m_line, "{}", ns);
     else
         m_line += "null";
-    add(m_line, R"(,"lost_before":{})", when.lostBefore);
 }
 
 void NdjsonWriter::send()

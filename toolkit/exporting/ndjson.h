@@ -17,6 +17,7 @@ public:
 
 private:
     void begin(const When& when);
+    void addTime(std::string_view name, std::int64_t ns); // 0 and less: none
     void send();
 
     const Units& m_units;

@@ -81,6 +81,7 @@ NpyFile::NpyFile(std::string path, std::string type, std::size_t columns, std::s
     , m_rowBytes(rowBytes)
 {
     m_output.write(header());
+    m_output.flush(); // loads from now on
 }
 
 std::string NpyFile::header() const

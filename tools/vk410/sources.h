@@ -15,4 +15,8 @@ inline constexpr char sourceHelp[] =
 [[nodiscard]] std::unique_ptr<receiver::Source> openSource(const std::string& text,
                                                            const receiver::Playback& playback);
 
+/// Errors: std::runtime_error when what is written to `output` would destroy the recording that `source`
+/// names.
+void requireOtherFile(const std::string& source, const std::string& output);
+
 } // namespace verbs

@@ -112,11 +112,12 @@ void addCheck(CLI::App& program, Run& run)
     verb->add_option("--port", arguments->options.port, "only this UDP or TCP port")
         ->type_name("PORT")
         ->check(portFrom(1));
-    verb->footer("Exit codes: 0 sound, and all that was sent is there; 1 not; 2 nothing could be read.\n"
-                 "Examples:\n"
-                 "  vk410 check a.pcap\n"
-                 "  vk410 check a.pcap --repair good.pcap\n"
-                 "  vk410 check a.pcap --truth truth.ndjson");
+    verb->footer(
+        "Exit codes: 0 sound, and all that was sent is there; 1 not; 2 no such file, or wrong usage.\n"
+        "Examples:\n"
+        "  vk410 check a.pcap\n"
+        "  vk410 check a.pcap --repair good.pcap\n"
+        "  vk410 check a.pcap --truth truth.ndjson");
     verb->callback([arguments, &run] { run = [arguments] { return check(*arguments); }; });
 }
 

@@ -63,27 +63,34 @@ public:
     explicit Export(const Arguments& arguments)
         : m_arguments(arguments)
         , m_what(kinds().at(arguments.what))
-        , m_writer(exporting::makeWriter(m_what, formatOf(arguments), arguments.output))
         , m_session(optionsOf(arguments))
-        , m_collector(m_session, m_what, *m_writer)
+        , m_format(formatOf(arguments))
     {
         QObject::connect(&m_session, &receiver::Session::said, [this](const QString& text) {
             m_progress.end();
             fmt::print(stderr, "{}\n", text.toStdString());
         });
-        QObject::connect(&m_session, &receiver::Session::finished, [] { QCoreApplication::quit(); });
-        QObject::connect(&m_collector, &exporting::Collector::failed, [] { QCoreApplication::quit(); });
+        QObject::connect(&m_session, &receiver::Session::finished, [this] {
+            m_isAtEnd = true;
+            QCoreApplication::quit();
+        });
     }
 
     int run()
     {
+        requireOtherFile(m_arguments.source, m_arguments.output);
         // As fast as the file can be read; a simulated receiver sends at its own pace.
         const bool isSimulated = m_arguments.source.starts_with("sim:");
         m_session.run(openSource(m_arguments.source, {.rate = isSimulated ? 1.0 : 0.0}));
-        if (!m_collector.failure())
+        // The output may be an earlier result: it is begun when there is something to read, and before the
+        // loop brings any of it.
+        m_writer = exporting::makeWriter(m_what, m_format, m_arguments.output);
+        m_collector = std::make_unique<exporting::Collector>(m_session, m_what, *m_writer);
+        QObject::connect(m_collector.get(), &exporting::Collector::failed, [] { QCoreApplication::quit(); });
+        if (!m_collector->failure())
             m_loop.run(m_arguments.seconds, [this] { m_progress.show(progressText()); });
         m_progress.end();
-        if (!m_collector.failure())
+        if (!m_collector->failure())
             m_writer->finish();
         return report();
     }
@@ -113,30 +120,41 @@ private:
 
     [[nodiscard]] std::string rowsText() const
     {
-        return fmt::format("{} {}", m_collector.rows(), m_what == What::Df ? "blocks" : "traces");
+        return fmt::format("{} {}", m_collector->rows(), m_what == What::Df ? "blocks" : "traces");
     }
 
     // On stderr: stdout may be the table.
     int report()
     {
         std::fflush(stdout);
-        if (m_collector.failure()) {
-            fmt::print(stderr, "vk410 export: {}; {} were written\n", *m_collector.failure(), rowsText());
+        if (m_collector->failure()) {
+            fmt::print(stderr, "vk410 export: {}; {} were written\n", *m_collector->failure(), rowsText());
             return Failed;
         }
         const ledger::Counters counters = m_session.ledger().counters();
         std::string files;
         for (const std::string& file : m_writer->files())
             files += (files.empty() ? " to " : ", ") + file;
-        fmt::print(stderr, "vk410 export: {}{}; {}\n", rowsText(), files, lossText());
-        const bool isWhole = !m_session.source()->failed() && exporting::lossesOf(counters, m_what) == 0;
-        return isWhole && m_collector.rows() > 0 ? Done : NotSound;
+        fmt::print(stderr, "vk410 export: {}{}; {}{}\n", rowsText(), files, lossText(), stoppedText());
+        const bool isWhole = !m_session.source()->failed() && exporting::lossesOf(counters, m_what) == 0 &&
+                             stoppedText().empty();
+        return isWhole && m_collector->rows() > 0 ? Done : NotSound;
+    }
+
+    // A recording has an end, which --for or the user did not wait for.
+    [[nodiscard]] std::string stoppedText()
+    {
+        const receiver::Source::Facts facts = m_session.source()->facts();
+        if (m_isAtEnd || facts.fileBytes == 0)
+            return {};
+        return fmt::format("; stopped after {} of {} bytes of the recording", facts.fileBytesRead,
+                           facts.fileBytes);
     }
 
     [[nodiscard]] std::string lossText()
     {
         const ledger::Ledger& ledger = m_session.ledger();
-        if (m_collector.rows() == 0)
+        if (m_collector->rows() == 0)
             return nothingText(ledger);
         const quint64 losses = exporting::lossesOf(ledger.counters(), m_what);
         return losses == 0 ? "no losses" : ledger::lossText(ledger.counters());
@@ -162,9 +180,11 @@ private:
     EventLoop m_loop;
     const Arguments& m_arguments;
     What m_what;
-    std::unique_ptr<exporting::Writer> m_writer;
     receiver::Session m_session;
-    exporting::Collector m_collector;
+    Format m_format;
+    std::unique_ptr<exporting::Writer> m_writer;
+    std::unique_ptr<exporting::Collector> m_collector;
+    bool m_isAtEnd = false; // of what the source has
     Progress m_progress;
 };
 

@@ -49,12 +49,14 @@ int record(const Arguments& arguments)
 {
     int argc = 0;
     const QCoreApplication application{argc, nullptr};
+    // A recording is copied as fast as it can be read; a simulated receiver sends at its own pace.
+    const double rate = arguments.source.starts_with("sim:") ? 1 : 0;
+    // First, so that nothing is overwritten where there is nothing to record.
+    const auto source = openSource(arguments.source, {.rate = rate});
+    requireOtherFile(arguments.source, arguments.output);
     recording::Recorder recorder{arguments.output,
                                  {static_cast<std::uint64_t>(arguments.rotateMegabytes * 1e6),
                                   static_cast<std::int64_t>(arguments.rotateSeconds)}};
-    // A recording is copied as fast as it can be read; a simulated receiver sends at its own pace.
-    const double rate = arguments.source.starts_with("sim:") ? 1 : 0;
-    const auto source = openSource(arguments.source, {.rate = rate});
     EventLoop loop;
     Progress progress;
     QObject::connect(source.get(), &receiver::Source::said, [&progress](const QString& text) {

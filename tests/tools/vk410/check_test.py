@@ -102,6 +102,17 @@ class Check(program.Case):
         )
         self.assertEqual(self.verdict(self.run_program("check", "a.bin"))[0], 0)
 
+    def test_never_repairs_over_another_file(self):
+        self.write("a.bin", self.stream)
+        self.write("precious.bin", "mine")
+        ran = self.run_program("check", "a.bin", "--repair", "precious.bin")
+        self.assertEqual((ran.returncode, ran.stdout), (2, ""))
+        self.assertEqual(
+            ran.stderr,
+            "vk410 check: precious.bin: expected a new file, found one that is there; name another one, or remove it\n",
+        )
+        self.assertEqual(self.read("precious.bin"), "mine")
+
     def test_without_anything_sound_repairs_nothing(self):
         self.write("a.bin", b"\xff" + self.datagrams[0][1:])
         ran = self.run_program("check", "a.bin", "--repair", "b.bin")

@@ -186,6 +186,51 @@ class Levels(program.Case):
         self.environment["ASAN_OPTIONS"] = "quarantine_size_mb=1"
         self.assertLess(peak_kib("large.bin") - peak_kib("small.bin"), 8 * 1024)
 
+    def test_never_go_into_their_own_recording(self):
+        for verb in ("export", "record"):
+            for name in ("own.csv", "own.npy"):
+                self.write(name, b"".join(self.datagrams))
+                ran = self.run_program(verb, name, "-o", "./" + name)
+                self.assertEqual((ran.returncode, ran.stdout), (2, ""))
+                self.assertEqual(
+                    ran.stderr,
+                    f"vk410 {verb}: ./{name}: expected another file than the one that is read; name a new one\n",
+                )
+                with open(self.path(name), "rb") as file:
+                    self.assertEqual(file.read(), b"".join(self.datagrams))
+
+    def test_leave_an_earlier_result_alone_where_there_is_nothing_to_read(self):
+        for arguments in (["missing.bin"], ["sim:nothing"], ["a.bin", "--tag", "foo=3"]):
+            for name in ("earlier.csv", "earlier.npy"):
+                self.write(name, "mine")
+                self.assertEqual(self.run_program("export", *arguments, "-o", name).returncode, 2)
+                self.assertEqual(self.read(name), "mine")
+
+    def test_of_a_recording_that_was_not_waited_for_end_with_one(self):
+        self.write("long.bin", b"".join(self.datagrams) * 4000)
+        ran = self.run_program("export", "long.bin", "-o", "a.csv", "--for", 0.05)
+        self.assertEqual(ran.returncode, 1)
+        self.assertRegex(ran.stderr, r"; stopped after [0-9]+ of [0-9]+ bytes of the recording\n$")
+
+    def test_of_datagrams_that_come_late_tell_of_each_loss_once(self):
+        swapped = renumbered(self.datagrams)
+        for at in range(4, 28, 2):  # each overtaken by the one behind it, and none is missing
+            swapped[at], swapped[at + 1] = swapped[at + 1], swapped[at]
+        self.write("late.bin", b"".join(swapped))
+        ran = self.run_program("export", "late.bin")
+        heads, rows = rows_of(ran.stdout)
+        self.assertEqual(sum(int(row[heads.index("lost_before")]) for row in rows), 1)
+
+    def test_without_any_time_have_none(self):
+        stamp = PANORAMA_LEVELS_AT - 50 + 32  # in the optional header
+        untimed = [each[:stamp] + bytes(8) + each[stamp + 8 :] for each in self.datagrams]
+        self.write("untimed.bin", b"".join(untimed))
+        heads, rows = rows_of(self.run_program("export", "untimed.bin").stdout)
+        self.assertEqual(heads[:2], ["received_ns", "device_ns"])
+        self.assertEqual({tuple(row[:2]) for row in rows}, {("", "")})
+        objects = self.objects(self.run_program("export", "untimed.bin", "--format", "ndjson").stdout)
+        self.assertEqual({(each["received_ns"], each["device_ns"]) for each in objects}, {(None, None)})
+
     def test_show_progress_on_a_terminal_only(self):
         self.write("large.bin", b"".join(renumbered(self.datagrams * 800)))
 
