@@ -8,8 +8,8 @@
 #include <utility>
 
 /// The entry point for received mass data.
-/// Owner:  does not own the processors; the routes to one that dies go with it. Datagrams that wait in a
-///         queued connection belong to nobody when the dispatcher dies: whoever uses one delivers them before,
+/// Owner:  does not own the processors; the routes to one that dies go with it. Datagrams in a queued
+///         connection belong to nobody when the dispatcher dies: whoever uses one delivers them before,
 ///         with `QCoreApplication::sendPostedEvents(dispatcher)` in its thread.
 /// Thread: one, that of its event loop. Registration belongs there too, also from inside a processor's
 ///         `SetAttribute`. From another thread datagrams come over a queued connection, and their ownership
