@@ -2,6 +2,7 @@
 #include "toolkit/settings/settingsfile.h"
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fmt/format.h>
 #include <fstream>
 #include <optional>
@@ -61,6 +62,10 @@ std::map<std::string, Setting> readTable(const std::string& path, const std::str
 
 Settings readSettings(const std::string& path)
 {
+    std::error_code unknown;
+    if (std::filesystem::is_directory(path, unknown))
+        throw BadSettings{
+            fmt::format("{}: expected a configuration file, found a folder; name a file in it", path)};
     std::ifstream file{path};
     if (!file)
         throw BadSettings{

@@ -95,7 +95,7 @@ CLI::Validator oneOf(std::initializer_list<std::string> words)
 
 std::string errorText(const CLI::ParseError& error)
 {
-    const std::string text = error.what();
+    std::string text = error.what();
     if (dynamic_cast<const CLI::ExtrasError*>(&error))
         return fmt::format("expected no other arguments, found {}", behindColon(text));
     if (dynamic_cast<const CLI::ConversionError*>(&error))

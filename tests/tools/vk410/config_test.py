@@ -133,6 +133,9 @@ class Configuration(program.Case):
             "vk410: no.toml: expected a configuration file, found: No such file or directory; 'vk410 config --show' prints "
             "one\n",
         )
+        ran = self.run_program("monitor", "a.bin", "--config", ".")
+        self.assertEqual(ran.returncode, 2)
+        self.assertEqual(ran.stderr, "vk410: .: expected a configuration file, found a folder; name a file in it\n")
 
     def test_values_that_are_wrong_are_told_with_their_place(self):
         self.write("my.toml", '[inspect]\nport = 70000\n\n[monitor]\nscan-range = "1:2"\n[export]\nformat = "xls"\n')
