@@ -48,6 +48,8 @@ void MdpDFPScanSCIF::Init(QString path)
     m_dfMap.Bind(Path() + QStringLiteral("/KRT/RXBEARINGMAPPING"));
 }
 
+// The interface says by value: a queued connection hands over a copy.
+// cppcheck-suppress passedByValue
 void MdpDFPScanSCIF::SlotNewOrModifiedScanRanges(ScanRangeContainer ranges)
 {
     try {

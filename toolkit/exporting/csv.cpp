@@ -7,8 +7,8 @@ namespace exporting {
 CsvWriter::CsvWriter(What what, const std::string& path)
     : m_units(unitsOf(what))
     , m_output(path)
+    , m_line("received_ns,device_ns,lost_before,")
 {
-    m_line = "received_ns,device_ns,lost_before,";
     if (what == What::Df)
         m_line += "channel,frequency_hz,validity,azimuth_deg,elevation_deg,quality_percent,level_dbuv,"
                   "short_time_level_dbuv,field_strength_dbuv_m";
