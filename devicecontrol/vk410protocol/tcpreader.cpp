@@ -45,7 +45,8 @@ void traceError(const Compose& compose, int line)
         return;
     try {
         _Q_Trace(compose(), sourceFile, line);
-    } catch (const std::bad_alloc&) { // NOLINT(bugprone-empty-catch): the text was all
+    } catch (const std::bad_alloc&) {
+        // The text was all; the stream goes on without it.
     }
 }
 

@@ -13,6 +13,7 @@ from pathlib import Path
 
 LABELS = "Shape|Units|Result|Errors|Owner|Order|Source|Thread"
 LABEL = re.compile(rf"^({LABELS}):\s+")
+# A comment behind a declaration documents it, unless it speaks to clang-tidy.
 BEHIND = re.compile(r"^(.*[;,{}\w])(\s+)// (?!NOLINT)(.*)$")
 
 

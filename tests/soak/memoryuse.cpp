@@ -6,12 +6,13 @@
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define VK410_SANITIZED 1
-extern "C" std::size_t __sanitizer_get_current_allocated_bytes(); // NOLINT(bugprone-reserved-identifier)
+// Both names are those of the checks' run time, which has no header for them here.
+extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
 #endif
 
 #ifdef __SANITIZE_ADDRESS__
 // Freed memory that the checks keep for a while would look like growth: little of it.
-extern "C" const char* __asan_default_options() // NOLINT(bugprone-reserved-identifier)
+extern "C" const char* __asan_default_options()
 {
     return "quarantine_size_mb=8";
 }

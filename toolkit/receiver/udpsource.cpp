@@ -44,7 +44,8 @@ void UdpSource::takeWhatWaits()
     });
     try {
         takeBatches();
-    } catch (const std::bad_alloc&) { // NOLINT(bugprone-empty-catch): what waits is asked for again
+    } catch (const std::bad_alloc&) {
+        // What waits is still in the socket: the notifier asks for it again.
     }
 }
 
