@@ -117,16 +117,27 @@ void free(void* block)
 }
 }
 #else
-// The sanitizers keep malloc to themselves. What they know about new and delete they lose here.
+// The sanitizers keep malloc to themselves. What they know about new and delete they lose here. The form that does not
+// throw belongs to it: its blocks, too, go back through the delete below (std::inplace_merge does that).
+void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept
+{
+    return failsNow() ? nullptr : std::malloc(size);
+}
+
 void* operator new(std::size_t size)
 {
-    void* const block = failsNow() ? nullptr : std::malloc(size);
+    void* const block = operator new(size, std::nothrow);
     if (!block)
         throw std::bad_alloc{};
     return block;
 }
 
 void operator delete(void* block) noexcept
+{
+    std::free(block);
+}
+
+void operator delete(void* block, const std::nothrow_t& /*tag*/) noexcept
 {
     std::free(block);
 }
