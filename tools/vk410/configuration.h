@@ -3,7 +3,7 @@
 // Where the values of options come from: the command line, else the environment, else the configuration file,
 // else their defaults.
 #include "toolkit/settings/settingsfile.h"
-#include <CLI/CLI.hpp>
+#include <CLI/App.hpp>
 #include <string>
 #include <vector>
 

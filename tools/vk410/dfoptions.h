@@ -2,7 +2,7 @@
 #pragma once
 // The options of direction finding that monitor and demo share.
 #include "toolkit/receiver/session.h"
-#include <CLI/CLI.hpp>
+#include <CLI/App.hpp>
 #include <string>
 #include <vector>
 

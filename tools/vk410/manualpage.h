@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 // Manual pages from the declarations of the verbs.
-#include <CLI/CLI.hpp>
+#include <CLI/App.hpp>
 #include <string>
 
 namespace verbs {

@@ -5,7 +5,7 @@
 #include "toolkit/receiver/session.h"
 #include "toolkit/recording/recorder.h"
 #include "tools/vk410/metricsserver.h"
-#include <CLI/CLI.hpp>
+#include <CLI/App.hpp>
 #include <QElapsedTimer>
 #include <QTimer>
 #include <functional>

@@ -2,7 +2,7 @@
 #pragma once
 // The verbs and options of the program as data: help, manual pages, completion and configuration come from
 // the one place where they are declared.
-#include <CLI/CLI.hpp>
+#include <CLI/App.hpp>
 #include <string>
 #include <vector>
 

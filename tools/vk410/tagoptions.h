@@ -2,7 +2,7 @@
 #pragma once
 // The option that says which tags a receiver's traces have.
 #include "toolkit/receiver/session.h"
-#include <CLI/CLI.hpp>
+#include <CLI/App.hpp>
 #include <string>
 #include <vector>
 

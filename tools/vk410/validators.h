@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 // What values of options have to be; errors say what was expected and what came.
-#include <CLI/CLI.hpp>
+#include <CLI/App.hpp>
 #include <initializer_list>
 #include <string>
 

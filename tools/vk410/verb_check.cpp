@@ -7,7 +7,7 @@
 #include "tools/vk410/sources.h"
 #include "tools/vk410/validators.h"
 #include "tools/vk410/verbs.h"
-#include <CLI/CLI.hpp>
+#include <CLI/App.hpp>
 #include <cstdio>
 #include <filesystem>
 #include <fmt/format.h>

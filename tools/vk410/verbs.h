@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 // The verbs of the program, and how each of them ends.
-#include <CLI/CLI.hpp>
+#include <CLI/App.hpp>
 #include <functional>
 
 namespace verbs {
