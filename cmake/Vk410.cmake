@@ -90,6 +90,7 @@ function(vk410_add_test name)
         target_link_libraries(${name} PRIVATE GTest::gmock_main)
     endif()
     target_link_libraries(${name} PRIVATE ${ARG_LINK} vk410_test_support vk410::strict)
+    target_precompile_headers(${name} REUSE_FROM vk410_test_headers)
     # Pretty values would put raw parameter bytes into the names.
     # One label each: a list would be taken apart on its way into the test's properties.
     list(GET ARG_LABELS -1 label)

@@ -1,0 +1,2 @@
+// SPDX-License-Identifier: MIT
+// Nothing but the precompiled header that the tests share.
