@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "toolkit/support/capture_bytes.h"
 #include <algorithm>
+#include <array>
+#include <iterator>
 #include <numeric>
 #include <tins/ip.h>
 #include <tins/ipv6.h>
@@ -19,15 +21,16 @@ public:
     template <typename T>
     Writer& put(T value)
     {
-        m_bytes.resize(m_bytes.size() + sizeof(T));
-        wire::store(m_bytes.data() + m_bytes.size() - sizeof(T), value, m_order);
+        std::array<std::uint8_t, sizeof(T)> bytes;
+        wire::store(bytes.data(), value, m_order);
+        std::ranges::copy(bytes, std::back_inserter(m_bytes));
         return *this;
     }
     Writer& put16(std::size_t value) { return put(static_cast<std::uint16_t>(value)); }
     Writer& put32(std::uint64_t value) { return put(static_cast<std::uint32_t>(value)); }
     Writer& put(const Bytes& bytes)
     {
-        m_bytes.insert(m_bytes.end(), bytes.begin(), bytes.end());
+        std::ranges::copy(bytes, std::back_inserter(m_bytes));
         return *this;
     }
     Writer& pad()
