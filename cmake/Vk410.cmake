@@ -75,6 +75,10 @@ endfunction()
 # The tests that run several threads, for the thread checks.
 add_custom_target(threaded_tests)
 
+# Not optimised while developing: a test runs once for each time it is compiled, and the checks of sanitizers take an
+# optimiser three times as long.
+set(vk410_test_options $<$<CONFIG:Debug>:-O0>)
+
 # vk410_add_test(<name> [MOC] [EVENT_LOOP] [SOURCES ...] LINK ... [LABELS ...]): a GoogleTest program from <name>.cpp.
 # MOC: the test declares classes with Q_OBJECT. EVENT_LOOP: it needs an application object.
 function(vk410_add_test name)
@@ -90,6 +94,7 @@ function(vk410_add_test name)
         target_link_libraries(${name} PRIVATE GTest::gmock_main)
     endif()
     target_link_libraries(${name} PRIVATE ${ARG_LINK} vk410_test_support vk410::strict)
+    target_compile_options(${name} PRIVATE ${vk410_test_options})
     target_precompile_headers(${name} REUSE_FROM vk410_test_headers)
     # Pretty values would put raw parameter bytes into the names.
     # One label each: a list would be taken apart on its way into the test's properties.
