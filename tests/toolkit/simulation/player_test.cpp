@@ -4,6 +4,7 @@
 #include "toolkit/receiver/session.h"
 #include "toolkit/simulation/simulationsource.h"
 #include <QElapsedTimer>
+#include <algorithm>
 #include <gmock/gmock.h>
 
 namespace {
@@ -35,10 +36,12 @@ TEST(Player, HandsOutNothingBeforeItIsDueAndDoesNotDrift)
     ASSERT_TRUE(waitUntil([&] { return playing.player.isFinished(); }));
 
     ASSERT_EQ(playing.leftNs.size(), 61U);
+    std::vector<std::int64_t> lateNs;
     for (std::size_t i = 0; i < 61; ++i)
-        EXPECT_GE(playing.leftNs[i], playing.dueNs[i]) << i;
-    // 60 late timers of up to 1 ms would add up to 60 ms; a busy machine may be late once.
-    EXPECT_LT(playing.leftNs.back(), 1'000'000'000 + 50'000'000);
+        lateNs.push_back(playing.leftNs[i] - playing.dueNs[i]);
+    EXPECT_THAT(lateNs, testing::Each(testing::Ge(0)));
+    // A busy machine may be late now and then; lateness that adds up would stay for all that follow.
+    EXPECT_LT(*std::min_element(lateNs.end() - 30, lateNs.end()), 15'000'000);
 }
 
 TEST(Player, DoesNotWaitWhenItIsUnlimited)
