@@ -23,7 +23,22 @@ Finding countOf(const char* check, quint64 count, const std::string& what, const
     return {check, Outcome::Problem, std::move(found), fix};
 }
 
-Finding checkPackets(const ledger::Counters& counters, const receiver::Session& session, double seconds)
+// Whether each byte of the file was in something that could be handed out.
+Finding checkWhole(const receiver::Source::Facts& facts, const std::string& source)
+{
+    if (facts.problems == 0)
+        return {"whole", Outcome::Fine, fmt::format("{} bytes read to their end", facts.fileBytes), {}};
+    const std::string more =
+        facts.problems > 1 ? fmt::format("; and {} more problems", facts.problems - 1) : std::string{};
+    return {"whole", Outcome::Problem, facts.firstProblem + more,
+            fmt::format(
+                "'vk410 check {0} --repair OUT' keeps what is sound; 'vk410 inspect {0}' names all that is "
+                "not; a full disk or a killed recorder cuts a file",
+                source)};
+}
+
+Finding checkPackets(const ledger::Counters& counters, const receiver::Session& session, double seconds,
+                     const std::string& source)
 {
     const std::string silence = session.status().silence;
     const std::string when = silence.empty() ? std::string{} : fmt::format(" in {:.1f} s", seconds);
@@ -32,8 +47,13 @@ Finding checkPackets(const ledger::Counters& counters, const receiver::Session& 
                 Outcome::Fine,
                 fmt::format("{} datagrams, {} bytes{}", counters.datagrams, counters.bytes, when),
                 {}};
-    return {"datagrams", Outcome::Problem, "none came" + when,
-            silence.empty() ? "the file holds no datagrams; record again" : silence};
+    return {
+        "datagrams", Outcome::Problem, "none came" + when,
+        silence.empty()
+            ? fmt::format("'vk410 inspect {}' says what it holds instead; record again, at the port of the "
+                          "mass data",
+                          source)
+            : silence};
 }
 
 // Nobody may read the rules of a firewall but root; what came through is proof enough.
@@ -49,18 +69,32 @@ Finding checkFirewall(const ledger::Counters& counters, const receiver::SourceSp
                 protocol, spec.port)};
 }
 
-Finding checkMagic(const ledger::Counters& counters)
+Finding checkMagic(const ledger::Counters& counters, const receiver::SourceSpec& spec,
+                   const std::string& source)
 {
-    return countOf("magic", counters.invalid,
-                   fmt::format("of {} without the magic of mass data", counters.datagrams),
-                   "something else sends to this port: 'sudo tcpdump -c 3 -Xni any port PORT' shows who");
+    return countOf(
+        "magic", counters.invalid, fmt::format("of {} without the magic of mass data", counters.datagrams),
+        isLive(spec.kind)
+            ? fmt::format("something else sends to this port: 'sudo tcpdump -c 3 -Xni any port {}' "
+                          "shows who",
+                          spec.port)
+            : fmt::format("other traffic was recorded, too: 'vk410 inspect {0} --port PORT' takes one "
+                          "port of it, 'vk410 check {0} --repair OUT' leaves it out",
+                          source));
 }
 
-Finding checkSequence(const ledger::Counters& counters)
+Finding checkSequence(const ledger::Counters& counters, const receiver::SourceSpec& spec,
+                      const std::string& source)
 {
     const quint64 sum = counters.wireLost + counters.wireDuplicates + counters.wireReordered;
-    Finding finding = countOf("sequence", sum, "lost, doubled or out of order on the wire",
-                              "'ip -s link' shows what network cards dropped; two routes or mirrors double");
+    Finding finding = countOf(
+        "sequence", sum, "lost, doubled or out of order on the wire",
+        isLive(spec.kind)
+            ? "'ip -s link' shows what network cards dropped; two routes or mirrors double"
+            : fmt::format(
+                  "they were so when they were recorded, and cannot be had from here; 'vk410 inspect {}' "
+                  "lists the senders: two in one recording double",
+                  source));
     finding.found = fmt::format("{} lost, {} doubled, {} out of order on the wire", counters.wireLost,
                                 counters.wireDuplicates, counters.wireReordered);
     return finding;
@@ -99,8 +133,14 @@ Finding checkMaps(const ledger::Counters& counters, const std::string& source)
                 fmt::format("'vk410 inspect {}' shows their sizes", source)};
     if (counters.mapWrites > 0)
         return {"maps", Outcome::Fine, fmt::format("{} traces in maps", counters.mapWrites), {}};
+    const bool isExplained = counters.invalid + counters.selectorErrors + counters.truncated +
+                                 counters.unknownTag + counters.unrouted + counters.notAccepted >
+                             0;
     return {"maps", Outcome::Problem, "no trace reached a map",
-            "the problem above explains it; a panorama's first trace only brings its grid"};
+            isExplained
+                ? "the problem above explains it"
+                : "the first trace of a panorama only brings its grid: wait for, or record, more than "
+                  "one"};
 }
 
 } // namespace
@@ -110,7 +150,10 @@ std::vector<Finding> checkArrivals(receiver::Session& session, const receiver::S
 {
     const ledger::Ledger& ledger = session.ledger();
     const ledger::Counters counters = ledger.counters();
-    std::vector<Finding> findings{checkPackets(counters, session, seconds)};
+    std::vector<Finding> findings;
+    if (spec.kind == Kind::Recording)
+        findings.push_back(checkWhole(session.source()->facts(), source));
+    findings.push_back(checkPackets(counters, session, seconds, source));
     if (isLive(spec.kind))
         findings.push_back(checkFirewall(counters, spec));
     if (spec.kind == Kind::Tcp)
@@ -118,8 +161,8 @@ std::vector<Finding> checkArrivals(receiver::Session& session, const receiver::S
                                    "this is not the mass-data port; the receiver's manual names it"));
     if (counters.datagrams == 0)
         return findings;
-    findings.push_back(checkMagic(counters));
-    findings.push_back(checkSequence(counters));
+    findings.push_back(checkMagic(counters, spec, source));
+    findings.push_back(checkSequence(counters, spec, source));
     if (spec.kind == Kind::Udp)
         findings.push_back(countOf("kernel", counters.kernelDropped,
                                    "dropped because the socket's buffer was full",

@@ -7,6 +7,7 @@
 #include <QHostInfo>
 #include <QNetworkInterface>
 #include <QTcpSocket>
+#include <cerrno>
 #include <fmt/format.h>
 #include <fstream>
 #include <optional>
@@ -103,6 +104,15 @@ std::string fixOfConnect(QAbstractSocket::SocketError error, const receiver::Sou
     }
 }
 
+Finding portFinding(const receiver::SourceSpec& spec, const receiver::SocketFailure& failure)
+{
+    const std::string owner = failure.error == EADDRINUSE ? udpPortOwner(spec.port) : std::string{};
+    if (owner.empty())
+        return {"port", Outcome::Problem, failure.found, failure.advice};
+    return {"port", Outcome::Problem, fmt::format("{} has UDP port {}", owner, spec.port),
+            fmt::format("stop {}, or let the receiver send to another port as well", owner)};
+}
+
 } // namespace
 
 std::vector<Finding> checkUdp(const receiver::SourceSpec& spec)
@@ -117,14 +127,8 @@ std::vector<Finding> checkUdp(const receiver::SourceSpec& spec)
         if (!spec.group.isNull())
             findings.push_back({"group", Outcome::Fine, fmt::format("{} was joined", text(spec.group)), {}});
         findings.push_back(checkBuffer(socket));
-    } catch (const std::runtime_error& failure) {
-        const std::string owner = spec.group.isNull() ? udpPortOwner(spec.port) : std::string{};
-        const std::string fix =
-            owner.empty() ? "the line above says it"
-                          : fmt::format("stop {}, or let the receiver send to another port as well", owner);
-        findings.push_back(
-            {"port", Outcome::Problem,
-             owner.empty() ? failure.what() : fmt::format("{} has UDP port {}", owner, spec.port), fix});
+    } catch (const receiver::SocketFailure& failure) {
+        findings.push_back(portFinding(spec, failure));
     }
     return findings;
 }

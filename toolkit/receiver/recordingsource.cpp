@@ -53,10 +53,15 @@ void RecordingSource::start(Sink sink)
 std::unique_ptr<recording::DatagramSource> RecordingSource::opened()
 {
     std::unique_ptr<recording::DatagramSource> recording = recording::openRecording(m_path, {});
-    recording->onProblem([this](const recording::Problem& problem) {
-        emit said(QString::fromStdString(m_path + ": " + text(problem)));
-    });
+    recording->onProblem([this](const recording::Problem& problem) { tell(m_path + ": " + text(problem)); });
     return recording;
+}
+
+void RecordingSource::tell(const std::string& problem)
+{
+    if (m_problems++ == 0)
+        m_firstProblem = problem;
+    emit said(QString::fromStdString(problem));
 }
 
 void RecordingSource::begin(std::unique_ptr<recording::DatagramSource> recording, double fromSeconds)
@@ -85,8 +90,8 @@ void RecordingSource::readNext()
     try {
         m_next = m_recording->next();
     } catch (const recording::BadFile& bad) {
-        emit said(QString::fromUtf8(bad.what()));
-        m_failed = true;
+        tell(bad.what());
+        m_isBroken = true;
         m_next.reset();
     }
     if (m_next && !m_firstNs)
@@ -145,7 +150,7 @@ void RecordingSource::playNext()
 void RecordingSource::end()
 {
     // A round without a datagram would be followed by the next one at once.
-    if (m_playback.loop && !m_failed && m_playedThisRound != 0) {
+    if (m_playback.loop && !m_isBroken && m_playedThisRound != 0) {
         emit restarted();
         return begin(opened(), m_playback.fromSeconds);
     }
@@ -222,6 +227,8 @@ Source::Facts RecordingSource::facts() const
     facts.state = m_state;
     facts.fileBytes = m_fileBytes;
     facts.fileBytesRead = m_next ? m_next->position : m_fileBytes;
+    facts.problems = m_problems;
+    facts.firstProblem = m_firstProblem;
     return facts;
 }
 

@@ -35,8 +35,8 @@ public:
     void start(Sink sink) override;
     [[nodiscard]] Facts facts() const override;
 
-    /// Whether the file could not be read to its end.
-    [[nodiscard]] bool failed() const override { return m_failed; }
+    /// Whether the file could not be read to its end, or something in it had to be left out.
+    [[nodiscard]] bool failed() const override { return m_problems > 0; }
 
     /// Holds the playback, for a receiver of its datagrams that cannot take more now. Time goes on meanwhile.
     void setFull(bool isFull) { m_isFull = isFull; }
@@ -74,6 +74,7 @@ private:
     void readNext();
     void countFromHere();
     void end();
+    void tell(const std::string& problem);
     [[nodiscard]] double secondsInto(const recording::Datagram& datagram) const;
     [[nodiscard]] qint64 millisecondsUntilDue() const;
 
@@ -91,7 +92,9 @@ private:
     quint64 m_fileBytes = 0;
     quint64 m_played = 0;
     quint64 m_playedThisRound = 0;
-    bool m_failed = false;
+    bool m_isBroken = false; // where it cannot be read any further
+    quint64 m_problems = 0;
+    std::string m_firstProblem;
     bool m_isFull = false;
     bool m_isPaused = false;
     bool m_hasEnded = false;

@@ -38,8 +38,10 @@ public:
         int bufferGranted = 0;
         quint64 fileBytes = 0; // recording: how long the file is
         quint64 fileBytesRead = 0;
-        std::string advice;  // a command that helps, or empty
-        std::string silence; // what to look at when nothing arrives, with a command; empty: nothing
+        quint64 problems = 0;     // recording: what kept bytes of it from being handed out
+        std::string firstProblem; // of those
+        std::string advice;       // a command that helps, or empty
+        std::string silence;      // what to look at when nothing arrives, with a command; empty: nothing
     };
 
     /// Begins; datagrams go to `sink` from the event loop.

@@ -37,6 +37,8 @@ HostAndPort split(const std::string& text, std::string_view rest, std::string_vi
     const std::size_t colon = rest.rfind(':');
     if (colon == std::string_view::npos)
         refuse(text, form, "the port is missing");
+    if (colon + 1 == rest.size())
+        refuse(text, form, "the port is missing");
     const std::optional<std::uint16_t> port = portIn(rest.substr(colon + 1));
     if (!port || *port < lowestPort)
         refuse(text, form, fmt::format("'{}' is no port ({} to 65535)", rest.substr(colon + 1), lowestPort));
@@ -60,6 +62,8 @@ SourceSpec udpSource(const std::string& text, std::string_view rest)
     spec.kind = SourceSpec::Kind::Udp;
     const std::size_t at = rest.find('@');
     if (at != std::string_view::npos) {
+        if (at == 0)
+            refuse(text, udpForm, "the group is missing");
         spec.group = addressIn(text, rest.substr(0, at), udpForm);
         if (!spec.group.isMulticast())
             refuse(text, udpForm, fmt::format("'{}' is no multicast group", rest.substr(0, at)));
@@ -89,6 +93,9 @@ SourceSpec tcpSource(const std::string& text, std::string_view rest)
 SourceSpec parseSource(const std::string& text)
 {
     const std::string_view view = text;
+    if (view.empty())
+        throw BadSource{
+            "expected udp://..., tcp://..., sim:scene or the path of a recording, found an empty text"};
     if (view.starts_with("udp://"))
         return udpSource(text, view.substr(6));
     if (view.starts_with("tcp://"))

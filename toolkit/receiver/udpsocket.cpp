@@ -22,8 +22,8 @@ constexpr int spareBytes = 2;
 [[noreturn]] void fail(const SourceSpec& spec, const char* what, const char* advice)
 {
     const int error = errno;
-    throw std::runtime_error{
-        fmt::format("udp port {}: cannot {}: {}; {}", spec.port, what, std::strerror(error), advice)};
+    throw SocketFailure{
+        error, fmt::format("udp port {}: cannot {}: {}", spec.port, what, std::strerror(error)), advice};
 }
 
 recording::Endpoint endpointOf(const sockaddr_storage& address)

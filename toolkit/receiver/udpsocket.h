@@ -7,6 +7,9 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <stdexcept>
+#include <string>
+#include <utility>
 
 namespace receiver {
 
@@ -16,11 +19,24 @@ struct Packet {
     recording::Endpoint from;
 };
 
+/// A socket cannot be used; `what` says what failed and what helps.
+struct SocketFailure : std::runtime_error {
+    SocketFailure(int error_, std::string found_, std::string advice_)
+        : std::runtime_error(found_ + "; " + advice_)
+        , error(error_)
+        , found(std::move(found_))
+        , advice(std::move(advice_))
+    {}
+    int error; // of the system
+    std::string found;
+    std::string advice;
+};
+
 /// A bound socket. Owner: of its descriptor.
 class UdpSocket {
 public:
     /// Opens, binds and, where asked, joins the group.
-    /// Errors: std::runtime_error that says what failed and what helps.
+    /// Errors: SocketFailure.
     UdpSocket(const SourceSpec& spec, int bufferBytes);
     UdpSocket(const UdpSocket&) = delete;
     UdpSocket& operator=(const UdpSocket&) = delete;

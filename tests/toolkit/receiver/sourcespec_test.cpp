@@ -55,6 +55,15 @@ INSTANTIATE_TEST_SUITE_P(
         BadCase{"UdpWithoutPort", "udp://127.0.0.1",
                 "'udp://127.0.0.1': expected udp://[group@][address]:port, for example udp://:5555; the port "
                 "is missing"},
+        BadCase{
+            "UdpWithEmptyPort", "udp://:",
+            "'udp://:': expected udp://[group@][address]:port, for example udp://:5555; the port is missing"},
+        BadCase{
+            "UdpWithEmptyGroup", "udp://@127.0.0.1:7",
+            "'udp://@127.0.0.1:7': expected udp://[group@][address]:port, for example udp://:5555; the group "
+            "is missing"},
+        BadCase{"NothingAtAll", "",
+                "expected udp://..., tcp://..., sim:scene or the path of a recording, found an empty text"},
         BadCase{"PortTooLarge", "udp://:65536",
                 "'udp://:65536': expected udp://[group@][address]:port, for example udp://:5555; '65536' is "
                 "no port (1 to "

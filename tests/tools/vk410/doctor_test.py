@@ -231,13 +231,68 @@ class Doctor(program.Case):
         self.assertEqual((code, list(findings)), (1, ["address", "file"]))
         self.assert_problem(findings["file"], "found No such file or directory", "name a pcap or pcapng capture")
 
+    def test_of_a_cut_recording_says_where_it_ends(self):
+        self.write("cut.bin", b"".join(self.panoramas)[:-7])
+        findings, code = self.examined("cut.bin")
+        self.assertEqual((code, self.problems(findings)), (1, ["whole"]))
+        self.assert_problem(
+            findings["whole"],
+            r"^cut\.bin: byte 29520: expected a datagram of 3280 bytes, found 3273",
+            r"^'vk410 check cut\.bin --repair OUT' keeps what is sound",
+        )
+        self.assertRegex(findings["datagrams"]["found"], "^9 datagrams")
+
+    def test_of_what_is_no_recording_says_what_was_expected(self):
+        self.write("text.bin", "this is no recording")
+        self.write("cut.pcap", bytes.fromhex("a1b23c4d0002"))
+        findings, code = self.examined("text.bin")
+        self.assertEqual((code, self.problems(findings)), (1, ["datagrams", "whole"]))
+        self.assertIn("expected a pcap or pcapng capture, or datagrams back to back", findings["whole"]["found"])
+        findings, code = self.examined("cut.pcap")
+        self.assertEqual((code, list(findings)), (1, ["address", "file"]))
+        self.assertIn("expected a pcap or pcapng capture", findings["file"]["found"])
+
+    def test_of_a_recording_gives_no_advice_for_live_ports(self):
+        spoilt = [self.panoramas[0], b"\xff" + self.panoramas[1][1:], *self.panoramas[3:]]
+        self.write("spoilt.bin", b"".join(spoilt))
+        findings, code = self.examined("spoilt.bin")
+        self.assertEqual((code, self.problems(findings)), (1, ["magic", "sequence"]))
+        self.assert_problem(findings["magic"], "^1 of 9 without the magic", r"'vk410 check spoilt\.bin --repair OUT'")
+        self.assert_problem(
+            findings["sequence"], "^2 lost, 0 doubled", r"when they were recorded.*'vk410 inspect spoilt\.bin'"
+        )
+        for each in findings.values():
+            self.assertNotRegex(each["fix"], "tcpdump|nft|ip -s link|sysctl")
+
+    def test_of_live_traffic_names_the_port_to_look_at(self):
+        port = free_port()
+        process = self.start("doctor", f"udp://127.0.0.1:{port}", "--for", 1, "--json")
+        out, _, _ = self.send_until_done([b"hello, is this the mass-data port?"], port, process)
+        self.assertIn(f"any port {port}' shows who", self.findings(out)["magic"]["fix"])
+
+    def test_of_a_single_trace_says_that_one_is_not_enough(self):
+        self.write("one.bin", self.panoramas[0])
+        findings, code = self.examined("one.bin")
+        self.assertEqual((code, self.problems(findings)), (1, ["maps"]))
+        self.assertIn("the first trace of a panorama only brings its grid", findings["maps"]["fix"])
+
+    def test_names_who_has_the_port_of_a_group(self):
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as other:
+            other.bind(("", 0))  # and shares it with nobody
+            port = other.getsockname()[1]
+            findings, code = self.examined(f"udp://239.1.2.3@127.0.0.1:{port}", "--for", 0.2)
+        self.assertEqual(code, 1)
+        self.assert_problem(
+            findings["port"], rf"^process {os.getpid()} \(.*\) has UDP port {port}$", rf"^stop process {os.getpid()} \("
+        )
+
     def test_prints_text_for_people(self):
         ran = self.run_program("doctor", "udp://:")
         self.assertEqual(ran.returncode, 1)
         self.assertEqual(
             ran.stdout,
-            " 1 address       problem  'udp://:': expected udp://[group@][address]:port, for example udp://:5555; '' is no "
-            "port (1 to 65535)\n   fix: write it in that form\n1 problem\n",
+            " 1 address       problem  'udp://:': expected udp://[group@][address]:port, for example udp://:5555; the "
+            "port is missing\n   fix: write it in that form\n1 problem\n",
         )
 
 
