@@ -41,6 +41,15 @@ std::optional<std::string> valueText(const toml::node& node)
     return joined;
 }
 
+Setting::Kind kindOf(const toml::node& node)
+{
+    if (node.is_array())
+        return Setting::Kind::List;
+    if (node.is_boolean())
+        return Setting::Kind::Flag;
+    return node.is_number() ? Setting::Kind::Number : Setting::Kind::Text;
+}
+
 std::map<std::string, Setting> readTable(const std::string& path, const std::string& verb,
                                          const toml::table& table)
 {
@@ -53,7 +62,7 @@ std::map<std::string, Setting> readTable(const std::string& path, const std::str
                 fmt::format("{}:{}: [{}] {}: expected a text, a number, true, false, or a list of "
                             "them, found something else",
                             path, line, verb, std::string(key.str()))};
-        settings[std::string(key.str())] = {*text, line};
+        settings[std::string(key.str())] = {*text, kindOf(node), line};
     }
     return settings;
 }

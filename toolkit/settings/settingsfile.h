@@ -15,7 +15,10 @@ struct BadSettings : std::runtime_error {
 
 /// One value as the command line would have it; lists with commas between their members.
 struct Setting {
+    enum class Kind : std::uint8_t { Text, Number, Flag, List };
+
     std::string value;
+    Kind kind = Kind::Text;
     std::uint32_t line = 0;
 };
 

@@ -43,6 +43,16 @@ std::string commandOf(const CLI::App& program)
     return command;
 }
 
+// Help and the verb that shows the configuration say what is wrong with it; any other would act on half of
+// it.
+bool isStoppedBy(const verbs::Configuration& configuration, const CLI::App& program)
+{
+    if (configuration.problem().empty())
+        return false;
+    const std::vector<CLI::App*> verbs = program.get_subcommands();
+    return verbs.empty() || (verbs.front()->get_name() != "config" && verbs.front()->get_name() != "help");
+}
+
 void addVerbs(CLI::App& program, verbs::Run& run, const verbs::Configuration& configuration)
 {
     verbs::addDemo(program, run);
@@ -67,7 +77,8 @@ int parseAndRun(int argc, char** argv)
     program.require_subcommand(1);
     program.formatter(std::make_shared<HelpFormatter>());
     program.option_defaults()->always_capture_default();
-    program.set_version_flag("--version", verbs::versionText());
+    program.set_help_flag("-h,--help", "print this help");
+    program.set_version_flag("--version", verbs::versionText(), "print the version");
     std::string named; // read by the configuration before anything is parsed
     program.add_option("--config", named, "values of options: a file as 'vk410 config --show' prints it")
         ->type_name("FILE");
@@ -77,16 +88,22 @@ int parseAndRun(int argc, char** argv)
     verbs::Run run;
     addVerbs(program, run, configuration);
     configuration.offerTo(program);
+    for (const std::string& warning : verbs::Configuration::warnings(program))
+        fmt::print(stderr, "vk410: {}\n", warning);
     try {
         program.parse(argc, argv);
     } catch (const CLI::Success& shown) { // --help, --version
         program.exit(shown);
         return verbs::Done;
     } catch (const CLI::ParseError& error) {
+        if (isStoppedBy(configuration, program))
+            throw settings::BadSettings{configuration.problem()};
         fmt::print(stderr, "{0}: {1}{2}; '{0} --help' shows how\n", commandOf(program),
-                   configuration.blame(error.what()), verbs::errorText(error));
+                   configuration.blame(error.what()), verbs::errorText(error, program));
         return verbs::Failed;
     }
+    if (isStoppedBy(configuration, program))
+        throw settings::BadSettings{configuration.problem()};
     try {
         return run();
     } catch (const std::exception& error) {

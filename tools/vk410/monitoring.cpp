@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tools/vk410/monitoring.h"
 #include "tools/vk410/stopsignals.h"
+#include "tools/vk410/validators.h"
 #include "tools/vk410/verbs.h"
 #include <QCoreApplication>
 #include <cstdio>
@@ -41,6 +42,7 @@ void PageOptions::addTo(CLI::App& verb)
     verb.add_flag("--headless", headless, "no page");
     verb.add_option("--listen", listen,
                     "serve the page on ADDRESS:PORT; 127.0.0.1:4410, or a free port, if not given")
+        ->check(notEmpty())
         ->type_name("ADDRESS:PORT");
     // For work on the page itself.
     verb.add_option("--page-folder", folder)->group("");

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "tools/vk410/optiontree.h"
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <sstream>
+#include <string_view>
 
 namespace verbs {
 
@@ -33,6 +35,9 @@ OptionInfo infoOf(CLI::Option& option)
         for (std::string name; std::getline(names, name, '|');)
             info.choices.push_back(name);
     }
+    constexpr std::array<std::string_view, 3> files{"FILE", "OUT", "META"};
+    info.isText = info.isPositional || !info.choices.empty() || info.value.find(':') != std::string::npos ||
+                  std::ranges::find(files, info.value) != files.end();
     return info;
 }
 
@@ -51,6 +56,25 @@ std::vector<OptionInfo> optionsOf(CLI::App& verb)
 std::vector<CLI::App*> verbsOf(CLI::App& program)
 {
     return program.get_subcommands([](CLI::App* verb) { return !verb->get_group().empty(); });
+}
+
+std::string complaintAbout(const OptionInfo& option, const std::string& value)
+{
+    std::string complaint;
+    // The parser tells how many checks there are by refusing to give more.
+    for (int i = 0; complaint.empty(); ++i) {
+        const CLI::Validator* check = nullptr;
+        try {
+            check = option.option->get_validator(i);
+        } catch (const CLI::OptionNotFound&) {
+            return {};
+        }
+        for (std::string each : option.isList ? CLI::detail::split(value, ',') : std::vector{value}) {
+            if (complaint.empty())
+                complaint = (*check)(each);
+        }
+    }
+    return complaint;
 }
 
 std::string environmentName(const std::string& verb, const std::string& key)

@@ -16,6 +16,7 @@ struct OptionInfo {
     bool isPositional;
     bool isFlag;
     bool isList;
+    bool isText;   // also where it looks like a number
     bool isHidden; // told in words, not in a line of its own
     std::vector<std::string> choices;
 };
@@ -25,6 +26,10 @@ struct OptionInfo {
 
 /// Those that users are shown.
 [[nodiscard]] std::vector<CLI::App*> verbsOf(CLI::App& program);
+
+/// What the option's own checks say of this value of it: "expected a port from 1 to 65535, found '0'"; empty:
+/// nothing.
+[[nodiscard]] std::string complaintAbout(const OptionInfo& option, const std::string& value);
 
 /// "VK410_MONITOR_SCAN_RANGE".
 [[nodiscard]] std::string environmentName(const std::string& verb, const std::string& key);

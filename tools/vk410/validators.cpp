@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "tools/vk410/validators.h"
+#include "tools/vk410/optiontree.h"
 #include <algorithm>
 #include <charconv>
 #include <fmt/format.h>
@@ -59,6 +60,14 @@ std::string behindColon(const std::string& text)
     return colon == std::string::npos ? text : text.substr(colon + 2);
 }
 
+std::string namesOfVerbs(CLI::App& program)
+{
+    std::string names;
+    for (const CLI::App* const verb : verbsOf(program))
+        names += (names.empty() ? "" : ", ") + verb->get_name();
+    return names;
+}
+
 } // namespace
 
 CLI::Validator numberFrom(double lowest)
@@ -93,9 +102,20 @@ CLI::Validator oneOf(std::initializer_list<std::string> words)
                      [all](const std::string& text) { return std::ranges::find(all, text) != all.end(); });
 }
 
-std::string errorText(const CLI::ParseError& error)
+CLI::Validator notEmpty()
+{
+    return {[](const std::string& text) {
+                return text.empty() ? std::string{"expected a name, found an empty text"} : std::string{};
+            },
+            std::string{}};
+}
+
+std::string errorText(const CLI::ParseError& error, CLI::App& program)
 {
     std::string text = error.what();
+    if (const std::vector<std::string> words = program.remaining();
+        program.get_subcommands().empty() && !words.empty())
+        return fmt::format("expected one of the verbs {}, found '{}'", namesOfVerbs(program), words.front());
     if (dynamic_cast<const CLI::ExtrasError*>(&error))
         return fmt::format("expected no other arguments, found {}", behindColon(text));
     if (dynamic_cast<const CLI::ConversionError*>(&error))

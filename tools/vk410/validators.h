@@ -23,7 +23,10 @@ namespace verbs {
 /// One of these words.
 [[nodiscard]] CLI::Validator oneOf(std::initializer_list<std::string> words);
 
-/// The parser's error in those words.
-[[nodiscard]] std::string errorText(const CLI::ParseError& error);
+/// Any text but an empty one.
+[[nodiscard]] CLI::Validator notEmpty();
+
+/// The parser's error in those words. `program`: whose verbs there are.
+[[nodiscard]] std::string errorText(const CLI::ParseError& error, CLI::App& program);
 
 } // namespace verbs

@@ -103,11 +103,13 @@ void addCheck(CLI::App& program, Run& run)
     CLI::App* const verb =
         program.add_subcommand("check", "is a recording sound, and what of it can be saved");
     const auto arguments = std::make_shared<Arguments>();
-    verb->add_option("FILE", arguments->file, "a recording or capture")->required();
+    verb->add_option("FILE", arguments->file, "a recording or capture")->required()->check(notEmpty());
     verb->add_option("--repair", arguments->repairTo, "write what is sound into OUT, and read that again")
+        ->check(notEmpty())
         ->type_name("OUT");
     verb->add_option("--truth", arguments->truth,
                      "score it against what 'vk410 simulate --truth' says was sent")
+        ->check(notEmpty())
         ->type_name("FILE");
     verb->add_option("--port", arguments->options.port, "only this UDP or TCP port")
         ->type_name("PORT")

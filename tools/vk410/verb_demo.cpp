@@ -91,6 +91,7 @@ void addDemo(CLI::App& program, Run& run)
         ->check(numberFrom(0, 1))
         ->type_name("P");
     verb->add_option("--record", arguments->options.recordTo, "keep what is received in FILE")
+        ->check(notEmpty())
         ->type_name("FILE");
     verb->add_option("--metrics", arguments->options.metricsPort,
                      "Prometheus text on http://127.0.0.1:PORT/metrics")

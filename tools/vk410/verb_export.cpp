@@ -209,6 +209,7 @@ void addExport(CLI::App& program, Run& run)
         ->type_name("levels|zerospan|zerospan2|df");
     verb->add_option("-o,--output", arguments->output,
                      "stdout if not given; a.npy has companions a.time.npy and a.grid.npy")
+        ->check(notEmpty())
         ->type_name("FILE");
     verb->add_option("--format", arguments->format, "as FILE ends if not given; csv on stdout")
         ->check(oneOf({"csv", "ndjson", "npy"}))

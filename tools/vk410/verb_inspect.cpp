@@ -294,20 +294,20 @@ int inspect(const Arguments& arguments)
 void addInspect(CLI::App& program, Run& run)
 {
     const auto arguments = std::make_shared<Arguments>();
-    CLI::App* const verb = program.add_subcommand("inspect", "Show what is in a recording or a live stream");
+    CLI::App* const verb = program.add_subcommand("inspect", "show what is in a recording or a live stream");
     verb->add_option("SOURCE", arguments->source, sourceHelp)->required();
-    CLI::Option* const json = verb->add_flag("--json", arguments->json, "One JSON object a line");
-    verb->add_option("--explain", arguments->explain, "Show datagram N byte by byte; they count from 0")
+    CLI::Option* const json = verb->add_flag("--json", arguments->json, "one JSON object a line");
+    verb->add_option("--explain", arguments->explain, "show datagram N byte by byte; they count from 0")
         ->type_name("N")
         ->check(wholeNumberFrom(0))
         ->excludes(json);
-    verb->add_option("--count", arguments->count, "End after N datagrams")
+    verb->add_option("--count", arguments->count, "end after N datagrams")
         ->type_name("N")
         ->check(wholeNumberFrom(1));
-    verb->add_option("--for", arguments->seconds, "End after SECONDS of a live stream")
+    verb->add_option("--for", arguments->seconds, "end after SECONDS of a live stream")
         ->type_name("SECONDS")
         ->check(positiveNumber());
-    verb->add_option("--port", arguments->options.port, "Only this UDP or TCP port of a capture")
+    verb->add_option("--port", arguments->options.port, "only this UDP or TCP port of a capture")
         ->type_name("PORT")
         ->check(portFrom(1));
     verb->footer(

@@ -46,8 +46,10 @@ void addMonitor(CLI::App& program, Run& run)
     verb->add_flag("--stats", arguments->options.stats, "all counters as a JSON object a second on stdout");
     verb->add_option("--mirror", arguments->options.mirror,
                      "forward a tcp:// stream to clients of ADDRESS:PORT")
+        ->check(notEmpty())
         ->type_name("ADDRESS:PORT");
     verb->add_option("--record", arguments->options.recordTo, "keep what is received in FILE")
+        ->check(notEmpty())
         ->type_name("FILE");
     verb->add_option("--metrics", arguments->options.metricsPort,
                      "Prometheus text on http://127.0.0.1:PORT/metrics")

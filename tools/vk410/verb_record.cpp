@@ -95,6 +95,7 @@ void addRecord(CLI::App& program, Run& run)
     verb->add_option("SOURCE", arguments->source, sourceHelp)->required();
     verb->add_option("-o,--output", arguments->output, "the capture to write; Wireshark opens it")
         ->required()
+        ->check(notEmpty())
         ->type_name("FILE");
     verb->add_option("--for", arguments->seconds, "stop after SECONDS")
         ->check(numberFrom(0))

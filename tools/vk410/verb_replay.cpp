@@ -119,9 +119,12 @@ void addReplay(CLI::App& program, Run& run)
 {
     CLI::App* const verb = program.add_subcommand("replay", "send a recording again, over UDP or TCP");
     const auto arguments = std::make_shared<Arguments>();
-    verb->add_option("FILE", arguments->file, "a recording or capture")->required();
-    verb->add_option("--udp", arguments->udp, "send packets there")->type_name("ADDRESS:PORT");
+    verb->add_option("FILE", arguments->file, "a recording or capture")->required()->check(notEmpty());
+    verb->add_option("--udp", arguments->udp, "send packets there")
+        ->check(notEmpty())
+        ->type_name("ADDRESS:PORT");
     verb->add_option("--tcp", arguments->tcp, "serve the stream there, from the first client on")
+        ->check(notEmpty())
         ->type_name("ADDRESS:PORT");
     verb->add_option("--rate", arguments->playback.rate,
                      "R times as fast as recorded; 0: as fast as possible")

@@ -299,23 +299,29 @@ void addSettings(CLI::App& verb, Arguments& arguments)
 
 void addSimulate(CLI::App& program, Run& run)
 {
-    CLI::App* const verb = program.add_subcommand("simulate", "Send what a receiver would send");
+    CLI::App* const verb = program.add_subcommand("simulate", "send what a receiver would send");
     const auto arguments = std::make_shared<Arguments>();
     verb->add_option("SCENE", arguments->scene, "band (default), zerospan, df, demo, or a scene file");
-    verb->add_option("--udp", arguments->udp, "Send packets there")->type_name("ADDRESS:PORT");
-    verb->add_option("--tcp", arguments->tcp, "Serve the stream there")->type_name("ADDRESS:PORT");
-    verb->add_option("--count", arguments->count, "End after N traces")
+    verb->add_option("--udp", arguments->udp, "send packets there")
+        ->check(notEmpty())
+        ->type_name("ADDRESS:PORT");
+    verb->add_option("--tcp", arguments->tcp, "serve the stream there")
+        ->check(notEmpty())
+        ->type_name("ADDRESS:PORT");
+    verb->add_option("--count", arguments->count, "end after N traces")
         ->check(wholeNumberFrom(0))
         ->type_name("N");
-    verb->add_option("--for", arguments->seconds, "End after SECONDS")
+    verb->add_option("--for", arguments->seconds, "end after SECONDS")
         ->check(positiveNumber())
         ->type_name("SECONDS");
-    verb->add_option("--seed", arguments->seed, "The same datagrams each time, stamps too")->type_name("S");
-    verb->add_option("--truth", arguments->truth, "Say what was sent and spoilt, one JSON object a line")
+    verb->add_option("--seed", arguments->seed, "the same datagrams each time, stamps too")->type_name("S");
+    verb->add_option("--truth", arguments->truth, "say what was sent and spoilt, one JSON object a line")
+        ->check(notEmpty())
         ->type_name("FILE");
-    verb->add_option("--iq", arguments->iq, "Recorded I/Q (.sigmf-meta) for signals; --loop: again and again")
+    verb->add_option("--iq", arguments->iq, "recorded I/Q (.sigmf-meta) for signals; --loop: again and again")
+        ->check(notEmpty())
         ->type_name("META");
-    verb->add_option("--rate", arguments->rate, "Traces a second; 0: without a pause")
+    verb->add_option("--rate", arguments->rate, "traces a second; 0: without a pause")
         ->check(numberFrom(0))
         ->type_name("R");
     addSettings(*verb, *arguments);

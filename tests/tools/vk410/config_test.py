@@ -156,6 +156,105 @@ class Configuration(program.Case):
         ran = self.run_program("inspect", "a.bin", "--port", "0", "--config", "my.toml")
         self.assertIn("vk410 inspect: --port: expected a port from 1 to 65535, found '0'", ran.stderr)
 
+    def test_that_is_broken_leaves_help_and_config_working(self):
+        self.write("my.toml", "[monitor]\nrate = \n")
+        self.environment["VK410_CONFIG"] = "my.toml"
+        problem = "my.toml:2: expected TOML as 'vk410 config --show' prints it, found: "
+        for arguments in (["--help"], ["--version"], ["monitor", "--help"], ["help", "monitor"]):
+            ran = self.run_program(*arguments)
+            self.assertEqual((ran.returncode, ran.stderr), (0, ""), arguments)
+            self.assertNotEqual(ran.stdout, "")
+        ran = self.run_program("config", "--show", "monitor")
+        self.assertEqual(ran.returncode, 1)
+        self.assertTrue(ran.stderr.startswith("vk410 config: " + problem), ran.stderr)
+        self.assertIn("\n[monitor]\n", ran.stdout)
+        # also where the options that the file should give are missing, and where a variable is wrong, too
+        self.environment["VK410_MONITOR_HEADLESS"] = "maybe"
+        for arguments in (["monitor"], ["check", "a.bin"]):
+            ran = self.run_program(*arguments)
+            self.assertEqual((ran.returncode, ran.stdout), (2, ""))
+            self.assertTrue(ran.stderr.startswith("vk410: " + problem), ran.stderr)
+
+    def test_shows_what_of_it_cannot_be_and_where_it_stands(self):
+        self.write("my.toml", '[inspect]\nport = 70000\ncount = 3\n[monitor]\nheadless = "yes"\n')
+        self.environment["VK410_DOCTOR_FOR"] = "soon"
+        ran = self.run_program("config", "--show", "--config", "my.toml")
+        self.assertEqual(ran.returncode, 1)
+        for said in (
+            "vk410 config: my.toml:5: [monitor] headless: expected true or false, found the text \"yes\"; 'vk410 config "
+            "--show monitor' shows how it is written\n",
+            "vk410 config: my.toml:2: [inspect] port: expected a port from 1 to 65535, found '70000'; the default is shown\n",
+            "vk410 config: VK410_DOCTOR_FOR: [doctor] for: expected a number from 0.1 to 3600, found 'soon'; the default is "
+            "shown\n",
+        ):
+            self.assertIn(said, ran.stderr)
+        self.assertRegex(ran.stdout, r"\n# port = \"\" +# default\n")
+        self.assertRegex(ran.stdout, r"\ncount = 3 +# my.toml:3\n")
+
+    def test_with_an_empty_name_is_refused(self):
+        for arguments in (["--config", "", "inspect", "sim:band"], ["inspect", "sim:band", "--config="]):
+            ran = self.run_program(*arguments)
+            self.assertEqual((ran.returncode, ran.stdout), (2, ""))
+            self.assertEqual(
+                ran.stderr,
+                "vk410: --config: expected a configuration file, found an empty name; leave it out for the usual one\n",
+            )
+
+    def test_values_of_a_wrong_type_are_told_with_their_line(self):
+        self.write("a.bin", self.simulated("band", "--count", 3))
+        cases = {
+            "[monitor]\nheadless = 5\n": "my.toml:2: [monitor] headless: expected true or false, found 5",
+            '[monitor]\nheadless = "no"\n': 'my.toml:2: [monitor] headless: expected true or false, found the text "no"',
+            "[monitor]\nrate = true\n": "my.toml:2: [monitor] rate: expected a value, found true",
+            "[monitor]\nrate = [1, 2]\n": "my.toml:2: [monitor] rate: expected one value, found a list",
+            "[monitor]\nrecord = 5\n": "my.toml:2: [monitor] record: expected a text in quotes, found 5",
+            '[monitor]\nsource = ["a", "b"]\n': "my.toml:2: [monitor] source: expected a text in quotes, found a list",
+            "[monitor]\nscan-range = false\n": "my.toml:2: [monitor] scan-range: expected a list of texts, found false",
+        }
+        for content, said in cases.items():
+            with self.subTest(content):
+                self.write("my.toml", content)
+                ran = self.run_program("monitor", "a.bin", "--config", "my.toml")
+                self.assertEqual((ran.returncode, ran.stdout), (2, ""))
+                self.assertEqual(
+                    ran.stderr, f"vk410: {said}; 'vk410 config --show monitor' shows how it is written\n"
+                )
+
+    def test_flags_of_the_environment_are_true_or_false(self):
+        self.write("a.bin", self.simulated("band", "--count", 3))
+        for word, shown in (("yes", "true"), ("ON", "true"), ("1", "true"), ("No", "false"), ("0", "false")):
+            self.environment["VK410_INSPECT_JSON"] = word
+            self.assertEqual(self.origins("config", "--show")["inspect", "json"], (shown, "VK410_INSPECT_JSON"))
+            ran = self.run_program("inspect", "a.bin")
+            self.assertEqual(ran.stdout.startswith("{"), shown == "true")
+        self.environment["VK410_INSPECT_JSON"] = "maybe"
+        ran = self.run_program("inspect", "a.bin")
+        self.assertEqual((ran.returncode, ran.stdout), (2, ""))
+        self.assertEqual(ran.stderr, "vk410: VK410_INSPECT_JSON: expected true or false, found 'maybe'\n")
+
+    def test_that_is_shown_from_the_environment_can_be_read_back(self):
+        self.environment.update(
+            VK410_INSPECT_JSON="yes", VK410_MONITOR_RECORD="5", VK410_SIMULATE_SEED="007", VK410_EXPORT_SOURCE="x\x7fy"
+        )
+        first = self.origins("config", "--show")
+        self.write("again.toml", self.run_program("config", "--show").stdout)
+        for name in ("INSPECT_JSON", "MONITOR_RECORD", "SIMULATE_SEED", "EXPORT_SOURCE"):
+            del self.environment["VK410_" + name]
+        again = self.origins("config", "--show", "--config", "again.toml")
+        self.assertEqual({key: value for key, (value, _) in first.items()}, {key: value for key, (value, _) in again.items()})
+        self.assertEqual(again["inspect", "json"][0], "true")
+        self.assertEqual(again["monitor", "record"][0], '"5"')
+
+    def test_variables_that_are_no_options_are_told(self):
+        self.environment.update(VK410_MONITOR_RAET="4", VK410_MONTIOR_RATE="4", VK410_DATA="/somewhere")
+        ran = self.run_program("inspect", "sim:band", "--count", 2)
+        self.assertEqual(ran.returncode, 0)
+        self.assertEqual(
+            sorted(ran.stderr.splitlines()),
+            [f"vk410: VK410_{name}: expected VK410_VERB_OPTION, found neither such a verb nor such an option; ignored; 'vk410 "
+             "config --show' lists them" for name in ("MONITOR_RAET", "MONTIOR_RATE")],
+        )
+
     def test_of_an_unknown_verb_says_so(self):
         ran = self.run_program("config", "--show", "dance")
         self.assertEqual(ran.returncode, 2)

@@ -217,11 +217,40 @@ class Errors(program.Case):
                 self.assert_said(["check", source], SOURCES[source])
 
     def test_of_the_program_itself_name_no_verb(self):
-        for arguments in ([], ["dance"]):
+        verbs = "demo, monitor, inspect, doctor, record, replay, export, check, simulate, config"
+        cases = {
+            (): "expected a verb, found none",
+            ("dance",): f"expected one of the verbs {verbs}, found 'dance'",
+            ("dance", "a.bin"): f"expected one of the verbs {verbs}, found 'dance'",
+        }
+        for arguments, said in cases.items():
             ran = self.run_program(*arguments)
             self.assertEqual(
-                (ran.returncode, ran.stdout, ran.stderr), (2, "", "vk410: expected a verb, found none; 'vk410 --help' shows how\n")
+                (ran.returncode, ran.stdout, ran.stderr), (2, "", f"vk410: {said}; 'vk410 --help' shows how\n")
             )
+
+    def test_of_empty_names_are_no_silence(self):
+        cases = [
+            ("--output", ["export", "a.bin", "-o", ""]),
+            ("--output", ["record", "sim:band", "-o", ""]),
+            ("--record", ["monitor", "sim:band", "--headless", "--record", ""]),
+            ("--record", ["demo", "--headless", "--record", ""]),
+            ("--mirror", ["monitor", "tcp://127.0.0.1:5", "--mirror", ""]),
+            ("--listen", ["monitor", "sim:band", "--listen", ""]),
+            ("--repair", ["check", "a.bin", "--repair", ""]),
+            ("--truth", ["check", "a.bin", "--truth", ""]),
+            ("FILE", ["check", ""]),
+            ("FILE", ["replay", "", "--udp", "127.0.0.1:5"]),
+            ("--udp", ["replay", "a.bin", "--udp", ""]),
+            ("--truth", ["simulate", "band", "--truth", ""]),
+            ("--iq", ["simulate", "--iq", "", "--truth", "-"]),
+        ]
+        for option, arguments in cases:
+            with self.subTest(arguments):
+                self.assert_said(arguments, f"{option}: expected a name, found an empty text<how>")
+        for verb in ("monitor", "inspect"):
+            self.assert_said([verb, ""], "expected udp://..., tcp://..., sim:scene or the path of a recording, found an "
+                             "empty text")
 
     def test_of_a_full_disk_come_with_exit_code_two(self):
         cases = [

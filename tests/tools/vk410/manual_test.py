@@ -56,6 +56,15 @@ class Manual(program.Case):
 
 
 class Help(program.Case):
+    def test_begins_its_descriptions_in_small_letters(self):
+        begun = set()
+        for arguments in ([], *([verb] for verb in VERBS)):
+            for line in self.run_program(*arguments, "--help").stdout.splitlines():
+                described = re.match(r"  [-a-z][-\w,]*(?: [A-Z][\w:=|]*)*(?: REQUIRED)?(?: \.\.\.)?  +(\w+)", line)
+                if described and described[1].istitle() and len(described[1]) > 1:
+                    begun.add(described[1])
+        self.assertEqual(begun, {"Prometheus"})
+
     def test_of_a_verb_is_the_same_both_ways(self):
         self.assertEqual(self.run_program("help", "monitor").stdout, self.run_program("monitor", "--help").stdout)
         self.assertEqual(self.run_program("help").stdout, self.run_program("--help").stdout)
