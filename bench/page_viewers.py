@@ -37,10 +37,21 @@ def thread_seconds(process):
     return used
 
 
-process = subprocess.Popen([program, "demo", "--listen", "127.0.0.1:0"], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                           text=True)
+terminal, theirs = os.openpty()  # elsewhere it does not say each second how it is
+process = subprocess.Popen([program, "demo", "--listen", "127.0.0.1:0"], stdout=subprocess.PIPE, stderr=theirs, text=True)
+os.close(theirs)
 lines = []
-threading.Thread(target=lambda: lines.extend(iter(process.stderr.readline, "")), daemon=True).start()
+
+
+def read_lines():
+    with open(terminal) as talk:
+        try:
+            lines.extend(talk)
+        except OSError:  # the other end is gone
+            pass
+
+
+threading.Thread(target=read_lines, daemon=True).start()
 while not any("monitor http" in line for line in lines):
     time.sleep(0.05)
 port = int(re.search(r"http://127\.0\.0\.1:(\d+)", "".join(lines))[1])

@@ -6,6 +6,7 @@
 #include <QCoreApplication>
 #include <cstdio>
 #include <fmt/format.h>
+#include <unistd.h>
 #include <utility>
 
 namespace verbs {
@@ -150,8 +151,18 @@ void Monitoring::tick()
 {
     if (m_options.stats)
         printStats();
-    say(statusLine());
+    const std::string line = statusLine();
+    if (isStatusWanted())
+        say(line);
     adviseWhenSilent(m_last);
+}
+
+// A terminal shows every second; a journal keeps what is said.
+bool Monitoring::isStatusWanted()
+{
+    const bool isSilent = m_last.ageSeconds < 0 || m_last.ageSeconds > silentSeconds;
+    const double seconds = static_cast<double>(m_sinceStart.elapsed()) / 1e3;
+    return m_pace.isDue({isSilent, counters().losses()}, seconds) || ::isatty(STDERR_FILENO) == 1;
 }
 
 // Once each time.

@@ -3,6 +3,7 @@
 // A session with its page, status line, recorder and metrics, as monitor and demo run it.
 #include "toolkit/pageserver/pageserver.h"
 #include "toolkit/receiver/session.h"
+#include "toolkit/receiver/statuspace.h"
 #include "toolkit/recording/recorder.h"
 #include "tools/vk410/metricsserver.h"
 #include <CLI/App.hpp>
@@ -58,6 +59,7 @@ public:
 
 private:
     void tick();
+    [[nodiscard]] bool isStatusWanted();
     void adviseWhenSilent(const receiver::Status& status);
     void printStats();
     [[nodiscard]] ledger::Counters counters();
@@ -72,6 +74,7 @@ private:
     QElapsedTimer m_sinceTick;
     QElapsedTimer m_sinceStart;
     bool m_isToldOfSilence = false;
+    receiver::StatusPace m_pace;
     receiver::Status m_last;
     std::unique_ptr<pageserver::PageServer> m_page; // goes first: it looks at all of them
 };

@@ -39,7 +39,7 @@ int monitor(const Arguments& arguments)
 void addMonitor(CLI::App& program, Run& run)
 {
     CLI::App* const verb = program.add_subcommand(
-        "monitor", "watch mass data: a live page, a status line a second, the ledger at the end");
+        "monitor", "watch mass data: a live page, a status line, the ledger at the end");
     const auto arguments = std::make_shared<Arguments>();
     verb->add_option("SOURCE", arguments->source, sourceHelp)->required();
     arguments->options.page.addTo(*verb);
