@@ -2,9 +2,11 @@
 #include "toolkit/checking/repair.h"
 #include "toolkit/checking/check.h"
 #include "toolkit/recording/capturewriter.h"
+#include "toolkit/recording/writefailure.h"
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <fmt/format.h>
 #include <utility>
@@ -61,8 +63,8 @@ public:
 private:
     [[noreturn]] void fail() const
     {
-        throw CannotRepair{fmt::format("{}: could not be written to its end: {}; is the disk full?", m_path,
-                                       std::strerror(errno))};
+        throw CannotRepair{fmt::format("{}: could not be written to its end: {}", m_path,
+                                       recording::writeFailureText(errno))};
     }
 
     std::string m_path;
@@ -81,14 +83,31 @@ Repair::Repair(const std::string& in, std::string out)
     if (std::filesystem::is_regular_file(m_out, unknown))
         throw CannotRepair{fmt::format(
             "{}: expected a new file, found one that is there; name another one, or remove it", m_out)};
+    if (std::filesystem::exists(m_out, unknown))
+        return; // a device or a pipe has its name for good
+    m_temporary = m_out + ".part";
+    if (std::filesystem::exists(m_temporary, unknown))
+        throw CannotRepair{
+            fmt::format("{}: expected no such file, which is what {} is called until it is whole; "
+                        "remove what an earlier repair left there, or name another one",
+                        m_temporary, m_out)};
 }
 
-Repair::~Repair() = default;
+Repair::~Repair()
+{
+    if (m_temporary.empty() || !m_isBegun)
+        return;
+    m_target.reset();
+    std::error_code gone;
+    std::filesystem::remove(m_temporary, gone);
+}
 
 void Repair::keep(const recording::Datagram& datagram)
 {
-    if (!m_target)
-        m_target = std::make_unique<Target>(m_out, datagram.origin.transport);
+    if (!m_target) {
+        m_isBegun = true; // also where that fails half-way
+        m_target = std::make_unique<Target>(written(), datagram.origin.transport);
+    }
     m_target->write(datagram);
     m_hash = hashed(m_hash, datagram.bytes);
     ++m_kept;
@@ -101,14 +120,36 @@ void Repair::finish()
             "{}: expected at least one sound datagram to keep, found none; nothing was written", m_out)};
     m_target->flush();
     m_target.reset();
+    readAgain();
+    if (!m_temporary.empty())
+        giveName();
+    m_isBegun = false; // there is nothing to remove any more
+}
+
+void Repair::readAgain() const
+{
     std::uint64_t hash = hashStart;
-    const Findings again = check(m_out, {}, [&hash](const recording::Datagram& datagram, bool /*isSound*/) {
-        hash = hashed(hash, datagram.bytes);
-    });
+    const Findings again =
+        check(written(), {}, [&hash](const recording::Datagram& datagram, bool /*isSound*/) {
+            hash = hashed(hash, datagram.bytes);
+        });
     if (!again.isSound() || again.datagrams != m_kept || hash != m_hash)
         throw CannotRepair{fmt::format("{}: expected the {} datagrams that were written, read {} of which {} "
-                                       "are sound; do not use it, check the disk",
+                                       "are sound; nothing is kept, check the disk",
                                        m_out, m_kept, again.datagrams, again.soundDatagrams)};
+}
+
+// Somebody may have made a file of that name meanwhile.
+void Repair::giveName()
+{
+    if (::renameat2(AT_FDCWD, m_temporary.c_str(), AT_FDCWD, m_out.c_str(), RENAME_NOREPLACE) == 0)
+        return;
+    const bool isUnknown = errno == EINVAL || errno == ENOSYS; // to this file system: it only renames
+    if (!isUnknown || std::rename(m_temporary.c_str(), m_out.c_str()) != 0)
+        throw CannotRepair{
+            fmt::format("{}: expected that the repaired file can be called so, found: {}; name "
+                        "another one",
+                        m_out, std::strerror(errno))};
 }
 
 } // namespace checking

@@ -30,6 +30,23 @@ std::uint64_t fingerprintIn(const json& line, const std::string& where)
     return number;
 }
 
+// Result: whether there was one more.
+bool nextLine(std::istream& file, std::string& line, const std::string& where)
+{
+    line.clear();
+    for (int c = file.get(); c != std::istream::traits_type::eof(); c = file.get()) {
+        if (c == '\n')
+            return true;
+        if (line.size() == Truth::longestLine)
+            throw BadTruth{
+                fmt::format("{}: expected a line of at most {} bytes, found a longer one; 'vk410 simulate "
+                            "--truth FILE' writes such files",
+                            where, Truth::longestLine)};
+        line += static_cast<char>(c);
+    }
+    return !line.empty();
+}
+
 } // namespace
 
 Truth::Truth(const std::string& path)
@@ -41,8 +58,8 @@ Truth::Truth(const std::string& path)
                         "FILE' writes it",
                         path, std::strerror(errno))};
     std::size_t number = 0;
-    for (std::string line; std::getline(file, line);)
-        readLine(line, fmt::format("{}:{}", path, ++number));
+    for (std::string line; nextLine(file, line, fmt::format("{}:{}", path, number + 1)); ++number)
+        readLine(line, fmt::format("{}:{}", path, number + 1));
     if (m_traces.empty())
         throw BadTruth{fmt::format(
             "{}: expected at least one trace, found none in {} lines; 'vk410 simulate --truth FILE' writes "
@@ -67,13 +84,16 @@ void Truth::readLine(const std::string& line, const std::string& where)
     const auto fault = object.find("fault");
     const bool isSpoilt = fault != object.end() && fault->is_string();
     m_traces.push_back(
-        {fingerprintIn(object, where), isSpoilt ? faultNumber(fault->get<std::string>()) : 0, false});
+        {fingerprintIn(object, where), isSpoilt ? faultNumber(fault->get<std::string>(), where) : 0, false});
 }
 
-std::uint32_t Truth::faultNumber(const std::string& name)
+std::uint32_t Truth::faultNumber(const std::string& name, const std::string& where)
 {
     const auto found = std::ranges::find(m_faults, name);
     if (found == m_faults.end()) {
+        if (m_faults.size() > mostFaults)
+            throw BadTruth{fmt::format("{}: expected at most {} kinds of faults, found one more: '{}'", where,
+                                       mostFaults, name.substr(0, 40))};
         m_faults.push_back(name);
         return static_cast<std::uint32_t>(m_faults.size() - 1);
     }

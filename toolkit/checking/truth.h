@@ -33,6 +33,12 @@ public:
     /// More traces than this are not kept.
     static constexpr std::size_t mostTraces = 50'000'000;
 
+    /// A line of a truth has a few hundred bytes, and some for each signal of its scene.
+    static constexpr std::size_t longestLine = 4U << 20U;
+
+    /// More kinds of faults than the simulator will ever know are nonsense.
+    static constexpr std::size_t mostFaults = 256;
+
     /// Errors: BadTruth.
     explicit Truth(const std::string& path);
 
@@ -48,7 +54,7 @@ private:
         bool isThere;
     };
     void readLine(const std::string& line, const std::string& where);
-    [[nodiscard]] std::uint32_t faultNumber(const std::string& name);
+    [[nodiscard]] std::uint32_t faultNumber(const std::string& name, const std::string& where);
 
     std::vector<Trace> m_traces; // by fingerprint
     std::vector<std::string> m_faults{""};

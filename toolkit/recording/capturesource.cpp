@@ -18,6 +18,8 @@ namespace {
 constexpr std::size_t maxFlows = 64;
 constexpr std::size_t maxWaiting = 256U << 20U;
 
+constexpr std::size_t mostOtherPorts = 1'024; // enough to see which one stands out
+
 constexpr std::uint8_t protocolTcp = 6;
 constexpr std::uint8_t protocolUdp = 17;
 constexpr std::size_t udpHeaderSize = 8;
@@ -208,7 +210,7 @@ void CaptureSource::takeTransport(const Tins::PDU* layer, Origin origin, Place p
     origin.from.port = udp ? udp->sport() : tcp->sport();
     origin.to.port = udp ? udp->dport() : tcp->dport();
     if (!isWanted(origin.from.port, origin.to.port)) {
-        ++m_ignored.port;
+        ignorePort(origin);
         return;
     }
     place.position += layer->header_size();
@@ -216,6 +218,25 @@ void CaptureSource::takeTransport(const Tins::PDU* layer, Origin origin, Place p
         takeUdp(*udp, origin, place);
     else
         takeTcp(*tcp, origin, place);
+}
+
+// UDP goes to the port of who listens; a TCP stream comes from the port of who serves.
+void CaptureSource::ignorePort(const Origin& origin)
+{
+    ++m_ignored.port;
+    const std::uint16_t port = origin.transport == Transport::Udp ? origin.to.port : origin.from.port;
+    if (m_otherPorts.size() < mostOtherPorts || m_otherPorts.contains(port))
+        ++m_otherPorts[port];
+}
+
+Ignored CaptureSource::ignored() const
+{
+    Ignored ignored = m_ignored;
+    const auto most =
+        std::ranges::max_element(m_otherPorts, {}, [](const auto& each) { return each.second; });
+    if (most != m_otherPorts.end())
+        ignored.otherPort = most->first;
+    return ignored;
 }
 
 bool CaptureSource::isWanted(std::uint16_t from, std::uint16_t to) const

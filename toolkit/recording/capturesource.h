@@ -24,7 +24,7 @@ public:
     CaptureSource(FilePtr file, const std::string& name, const Options& options);
 
     std::optional<Datagram> next() override;
-    [[nodiscard]] Ignored ignored() const override { return m_ignored; }
+    [[nodiscard]] Ignored ignored() const override;
 
 private:
     // Where a piece of a packet lies, and when it came.
@@ -48,6 +48,7 @@ private:
     void takeIpv6(const Tins::IPv6& ip, const Packet& packet, std::size_t payloadOffset);
     void takeFragment(const Fragment& fragment);
     void takeTransport(const Tins::PDU* layer, Origin origin, Place place);
+    void ignorePort(const Origin& origin);
     void takeUdp(const Tins::UDP& udp, const Origin& origin, Place payload);
     void takeTcp(const Tins::TCP& tcp, const Origin& origin, Place payload);
     void lostFragments(const FragmentKey& key, const Joined& pieces);
@@ -66,6 +67,7 @@ private:
     std::uint64_t m_uses = 0;
     std::size_t m_waiting = 0; // of all flows
     Ignored m_ignored;
+    std::map<std::uint16_t, std::uint64_t> m_otherPorts; // packets, by the port that sends or takes data
 };
 
 } // namespace recording

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "toolkit/recording/capturewriter.h"
+#include "toolkit/recording/writefailure.h"
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -141,16 +142,16 @@ void CaptureWriter::writePacket(std::span<const unsigned char> packet, std::int6
     errno = 0;
     pcap_dump(reinterpret_cast<unsigned char*>(m_file->dumper), &header, packet.data());
     if (std::ferror(pcap_dump_file(m_file->dumper)) != 0)
-        throw CannotWrite{fmt::format("{}: {} bytes written, then: {}; is the disk full?", m_path, m_size,
-                                      std::strerror(errno))};
+        throw CannotWrite{
+            fmt::format("{}: {} bytes written, then: {}", m_path, m_size, writeFailureText(errno))};
     m_size += packetHeaderBytes + packet.size();
 }
 
 void CaptureWriter::flush()
 {
     if (pcap_dump_flush(m_file->dumper) != 0)
-        throw CannotWrite{fmt::format("{}: {} bytes written, then: {}; is the disk full?", m_path, m_size,
-                                      std::strerror(errno))};
+        throw CannotWrite{
+            fmt::format("{}: {} bytes written, then: {}", m_path, m_size, writeFailureText(errno))};
 }
 
 } // namespace recording

@@ -24,6 +24,7 @@ struct Ignored {
     std::uint64_t protocol = 0;   // neither UDP nor TCP over IP
     std::uint64_t port = 0;       // not of the wanted port
     std::uint64_t tcpStreams = 0; // without a datagram in them
+    std::uint16_t otherPort = 0;  // the port that most of those of other ports went to; 0: there are none
 };
 
 /// Hands out datagrams in the order in which they became complete.

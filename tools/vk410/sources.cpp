@@ -17,6 +17,17 @@ std::unique_ptr<receiver::Source> openSource(const std::string& text, const rece
     return std::make_unique<simulation::SimulationSource>(std::move(scene), 1, playback.rate);
 }
 
+void requireRecording(const std::string& file)
+{
+    std::error_code unknown;
+    const bool isAddress = file.find("://") != std::string::npos || file.starts_with("sim:");
+    if (isAddress && !std::filesystem::exists(file, unknown))
+        throw std::runtime_error{
+            fmt::format("{0}: expected a recording, found the address of a source; 'vk410 record {0} "
+                        "-o a.pcap --for 10' makes one of it, 'vk410 doctor {0}' looks at it live",
+                        file)};
+}
+
 void requireOtherFile(const std::string& source, const std::string& output)
 {
     std::error_code unknown; // what is no file is another one

@@ -15,6 +15,9 @@ inline constexpr char sourceHelp[] =
 [[nodiscard]] std::unique_ptr<receiver::Source> openSource(const std::string& text,
                                                            const receiver::Playback& playback);
 
+/// Errors: std::runtime_error when `file` is the address of a live source; says which verb takes it.
+void requireRecording(const std::string& file);
+
 /// Errors: std::runtime_error when what is written to `output` would destroy the recording that `source`
 /// names.
 void requireOtherFile(const std::string& source, const std::string& output);

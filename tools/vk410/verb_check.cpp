@@ -8,10 +8,15 @@
 #include "tools/vk410/validators.h"
 #include "tools/vk410/verbs.h"
 #include <CLI/App.hpp>
+#include <array>
+#include <climits>
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <fmt/format.h>
 #include <memory>
+#include <stdexcept>
+#include <unistd.h>
 
 namespace verbs {
 namespace {
@@ -39,6 +44,11 @@ void printFindings(const Arguments& arguments, const checking::Findings& finding
                findings.problemCount);
     fmt::print("{:<22}{:>12}  sequence numbers that never came: lost before the recording\n", "missing",
                findings.missing);
+    if (arguments.options.port)
+        fmt::print("{:<22}{:>12}  packets of other ports{}\n", "ignored", findings.ignored.port,
+                   findings.ignored.otherPort == 0
+                       ? std::string{}
+                       : fmt::format("; --port {} takes most of them", findings.ignored.otherPort));
     fmt::print("{}: {}\n", arguments.file,
                findings.isSound()           ? "sound"
                : findings.datagrams == 0    ? "not sound: expected datagrams, found none"
@@ -57,14 +67,52 @@ void printScore(const checking::Score& score)
                score.copies, "other datagrams", score.foreign);
 }
 
+// A repaired recording that is not whole yet, while the user may stop the program.
+class RemovedWhenStopped {
+public:
+    explicit RemovedWhenStopped(const std::string& path)
+    {
+        if (path.empty() || path.size() >= m_path.size())
+            return;
+        path.copy(m_path.data(), path.size());
+        for (const int number : stopping)
+            (void)std::signal(number, stop);
+    }
+    RemovedWhenStopped(const RemovedWhenStopped&) = delete;
+    RemovedWhenStopped& operator=(const RemovedWhenStopped&) = delete;
+    ~RemovedWhenStopped()
+    {
+        if (m_path.front() == '\0')
+            return;
+        for (const int number : stopping)
+            (void)std::signal(number, SIG_DFL);
+        m_path.fill('\0');
+    }
+
+private:
+    static constexpr std::array<int, 3> stopping{SIGINT, SIGTERM, SIGHUP};
+
+    // Only calls that a signal handler may make.
+    static void stop(int number)
+    {
+        (void)::unlink(m_path.data());
+        (void)std::signal(number, SIG_DFL);
+        (void)std::raise(number);
+    }
+
+    static inline std::array<char, PATH_MAX> m_path{}; // ends with a zero
+};
+
 int check(const Arguments& arguments)
 {
+    requireRecording(arguments.file);
     std::unique_ptr<checking::Truth> truth;
     if (!arguments.truth.empty())
         truth = std::make_unique<checking::Truth>(arguments.truth);
     std::unique_ptr<checking::Repair> repair;
     if (!arguments.repairTo.empty())
         repair = std::make_unique<checking::Repair>(arguments.file, arguments.repairTo);
+    const RemovedWhenStopped halfWritten{repair ? repair->temporaryPath() : std::string{}};
     std::error_code unknown;
     const std::uintmax_t size = std::filesystem::file_size(arguments.file, unknown);
     Progress progress;
@@ -81,6 +129,8 @@ int check(const Arguments& arguments)
                                         progress.seconds()));
         });
     progress.end();
+    if (!findings.isWhole && findings.datagrams == 0)
+        throw std::runtime_error{fmt::format("{}: {}", arguments.file, findings.problems.back())};
     printFindings(arguments, findings);
     bool isAllThere = true;
     if (truth) {
@@ -115,7 +165,7 @@ void addCheck(CLI::App& program, Run& run)
         ->type_name("PORT")
         ->check(portFrom(1));
     verb->footer(
-        "Exit codes: 0 sound, and all that was sent is there; 1 not; 2 no such file, or wrong usage.\n"
+        "Exit codes: 0 sound, and all that was sent is there; 1 not; 2 no recording, or wrong usage.\n"
         "Examples:\n"
         "  vk410 check a.pcap\n"
         "  vk410 check a.pcap --repair good.pcap\n"

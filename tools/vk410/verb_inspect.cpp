@@ -70,10 +70,12 @@ std::unique_ptr<inspection::Sink> sinkFor(const Arguments& arguments)
 
 std::string emptyText(const Arguments& arguments, const recording::Ignored& ignored)
 {
+    const std::string hint =
+        ignored.otherPort == 0 ? std::string{} : fmt::format(", most of port {}", ignored.otherPort);
     return fmt::format(
-        "{}: no datagrams; of {} packets {} are neither UDP nor TCP, {} of other ports; {} TCP "
+        "{}: no datagrams; of {} packets {} are neither UDP nor TCP, {} of other ports{}; {} TCP "
         "streams hold none",
-        arguments.source, ignored.packets, ignored.protocol, ignored.port, ignored.tcpStreams);
+        arguments.source, ignored.packets, ignored.protocol, ignored.port, hint, ignored.tcpStreams);
 }
 
 // Of a file that is read from its start to its end.

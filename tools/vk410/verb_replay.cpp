@@ -103,6 +103,7 @@ private:
 
 int replay(const Arguments& arguments)
 {
+    requireRecording(arguments.file);
     if (arguments.udp.empty() == arguments.tcp.empty())
         throw receiver::BadSource{fmt::format(
             "expected one of --udp ADDRESS:PORT and --tcp ADDRESS:PORT, found {}; say where to send to, "

@@ -1,6 +1,10 @@
 # SPDX-License-Identifier: MIT
 """`vk410 check` says what is wrong with a recording, saves what is right, and scores it against the truth."""
+import os
+import resource
+import signal
 import struct
+import time
 import unittest
 
 import program
@@ -52,7 +56,6 @@ class Check(program.Case):
             ),
             "cut.pcap": (udp_capture(self.datagrams)[:-5], r"cut\.pcap: byte \d+: expected"),
             "empty.pcap": (udp_capture([]), r"not sound: expected datagrams, found none"),
-            "text.bin": (b"this is no recording at all", r"expected a pcap or pcapng capture, or datagrams back to back"),
         }
         for name, (content, said) in cases.items():
             with self.subTest(name):
@@ -61,6 +64,27 @@ class Check(program.Case):
                 self.assertEqual(ran.returncode, 1)
                 self.assertRegex(ran.stdout, said)
                 self.assertIn(": not sound", ran.stdout.splitlines()[-1])
+
+    def test_of_what_is_no_recording_ends_with_two(self):
+        self.write("text.bin", "this is no recording at all")
+        ran = self.run_program("check", "text.bin", "--repair", "good.bin")
+        self.assertEqual((ran.returncode, ran.stdout), (2, ""))
+        self.assertRegex(
+            ran.stderr,
+            r"^vk410 check: text\.bin: byte 12: expected a pcap or pcapng capture, or datagrams back to back.*\n$",
+        )
+        self.assertEqual(sorted(os.listdir(self.folder)), ["text.bin", "truth.ndjson"])
+
+    def test_of_another_port_says_what_it_leaves_out_and_names_the_port_seen(self):
+        self.write("a.pcap", udp_capture(self.datagrams))
+        ran = self.run_program("check", "a.pcap", "--port", 5556)
+        self.assertEqual(self.verdict(ran), (1, "a.pcap: not sound: expected datagrams, found none"))
+        self.assertRegex(ran.stdout, r"\nignored +20  packets of other ports; --port 5555 takes most of them\n")
+        ran = self.run_program("check", "a.pcap", "--port", 5555)
+        self.assertEqual(self.verdict(ran), (0, "a.pcap: sound"))
+        self.assertRegex(ran.stdout, r"\nignored +0  packets of other ports\n")
+        ran = self.run_program("inspect", "a.pcap", "--port", 5556)
+        self.assertIn("20 of other ports, most of port 5555;", ran.stderr)
 
     def test_that_can_read_nothing_ends_with_two(self):
         ran = self.run_program("check", "missing.bin")
@@ -127,6 +151,48 @@ class Check(program.Case):
                 ran = self.run_program("check", name, "--repair", place)
                 self.assertEqual(ran.returncode, 2, ran.stdout)
                 self.assertIn(said, ran.stderr)
+
+    def test_leaves_no_half_repaired_file_behind_a_failure(self):
+        self.write("a.bin", self.stream * 4)
+
+        def no_room():
+            resource.setrlimit(resource.RLIMIT_FSIZE, (100_000, 100_000))
+            signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+
+        ran = self.run_program("check", "a.bin", "--repair", "good.bin", preexec_fn=no_room, restore_signals=False)
+        self.assertEqual(ran.returncode, 2)
+        self.assertIn("good.bin.part: could not be written to its end: File too large; 'ulimit -f' shows", ran.stderr)
+        self.assertEqual(sorted(os.listdir(self.folder)), ["a.bin", "truth.ndjson"])
+
+    def test_leaves_no_half_repaired_file_behind_ctrl_c(self):
+        self.write("a.bin", self.stream * 3000)
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+            process = self.start("check", "a.bin", "--repair", "good.bin")
+            while not os.path.exists(self.path("good.bin.part")) and process.poll() is None:
+                time.sleep(0.001)
+            process.send_signal(number)
+            self.assertEqual(process.wait(20), -number)
+            self.assertEqual(sorted(os.listdir(self.folder)), ["a.bin", "truth.ndjson"])
+
+    def test_never_repairs_over_what_an_earlier_one_left(self):
+        self.write("a.bin", self.stream)
+        self.write("good.bin.part", "earlier")
+        ran = self.run_program("check", "a.bin", "--repair", "good.bin")
+        self.assertEqual((ran.returncode, ran.stdout), (2, ""))
+        self.assertIn("good.bin.part: expected no such file, which is what good.bin is called until it is whole", ran.stderr)
+        self.assertEqual(self.read("good.bin.part"), "earlier")
+
+    def test_reads_no_truth_of_endless_lines(self):
+        self.write("a.bin", self.stream)
+        self.write("long.ndjson", '{"type":"start"}\n' + '{"type":"trace"' + " " * (5 << 20))
+        for name, line in (("long.ndjson", 2), ("/dev/zero", 1)):
+            ran = self.run_program("check", "a.bin", "--truth", name)
+            self.assertEqual((ran.returncode, ran.stdout), (2, ""))
+            self.assertEqual(
+                ran.stderr,
+                f"vk410 check: {name}:{line}: expected a line of at most 4194304 bytes, found a longer one; 'vk410 simulate "
+                "--truth FILE' writes such files\n",
+            )
 
     def test_finds_all_of_a_simulation_there(self):
         self.write("a.bin", self.stream)

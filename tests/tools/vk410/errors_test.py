@@ -125,7 +125,11 @@ CASES = [
     ("export a.bin -o a.csv --for 0", "--for: expected a number above 0, found '0'<how>"),
     ("check", "expected FILE, found none<how>"),
     ("check a.bin --repair a.bin", "a.bin: expected another file than the one that is checked; name a new one"),
-    ("check a.bin --repair no/folder/b.bin", f"no/folder/b.bin: {NO_FOLDER}"),
+    ("check a.bin --repair no/folder/b.bin", f"no/folder/b.bin.part: {NO_FOLDER}"),
+    ("check udp://:5555", "udp://:5555: expected a recording, found the address of a source; 'vk410 record udp://:5555 -o a.pcap "
+     "--for 10' makes one of it, 'vk410 doctor udp://:5555' looks at it live"),
+    ("replay sim:band --udp 127.0.0.1:5", "sim:band: expected a recording, found the address of a source; 'vk410 record "
+     "sim:band -o a.pcap --for 10' makes one of it, 'vk410 doctor sim:band' looks at it live"),
     ("check a.bin --truth missing.ndjson", "missing.ndjson: expected the truth of a simulation, found: No such file or "
      "directory; 'vk410 simulate --truth FILE' writes it"),
     ("check a.bin --port 0", "--port: expected a port from 1 to 65535, found '0'<how>"),
