@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "toolkit/exporting/collector.h"
 #include <algorithm>
+#include <fmt/format.h>
 
 namespace exporting {
 
@@ -8,6 +9,22 @@ namespace {
 
 constexpr double nanosecond = 1e-9;
 constexpr std::int64_t microsecondNs = 1'000;
+
+// What comes twice or late has its rows.
+bool isInTheTable(const ledger::Line& line)
+{
+    return line.counter == &ledger::Counters::wireDuplicates ||
+           line.counter == &ledger::Counters::wireReordered;
+}
+
+// Attributes of other kinds are nobody's loss here.
+bool isLossOf(const ledger::Line& line, What what)
+{
+    using C = ledger::Counters;
+    const bool isOther = line.counter == &C::unrouted || line.counter == &C::unknownTag ||
+                         (line.counter == &C::notAccepted && what != What::Df);
+    return line.isLoss && !isOther && !isInTheTable(line);
+}
 
 } // namespace
 
@@ -90,9 +107,25 @@ void Collector::write(Row row)
         m_writer.write(row);
         ++m_rows;
     } catch (const CannotExport& failure) {
-        m_failure = failure.what();
-        emit failed();
+        fail(failure);
     }
+}
+
+void Collector::update()
+{
+    if (m_failure)
+        return;
+    try {
+        m_writer.update();
+    } catch (const CannotExport& failure) {
+        fail(failure);
+    }
+}
+
+void Collector::fail(const CannotExport& failure)
+{
+    m_failure = failure.what();
+    emit failed();
 }
 
 When Collector::when(std::int64_t deviceNs)
@@ -106,16 +139,24 @@ When Collector::when(std::int64_t deviceNs)
 
 quint64 lossesOf(const ledger::Counters& counters, What what)
 {
-    using C = ledger::Counters;
     quint64 sum = 0;
-    for (const ledger::Line& line : ledger::lines()) {
-        // Attributes of other kinds are nobody's loss here.
-        const bool isOther = line.counter == &C::unrouted || line.counter == &C::unknownTag ||
-                             (line.counter == &C::notAccepted && what != What::Df);
-        if (line.isLoss && !isOther)
-            sum += counters.*line.counter;
-    }
+    for (const ledger::Line& line : ledger::lines())
+        sum += isLossOf(line, what) ? counters.*line.counter : 0;
     return sum;
+}
+
+std::string lossText(const ledger::Counters& counters, What what)
+{
+    std::string losses;
+    std::string others;
+    for (const ledger::Line& line : ledger::lines()) {
+        const quint64 count = counters.*line.counter;
+        if (count != 0 && isLossOf(line, what))
+            losses += fmt::format("{}{} {}", losses.empty() ? "" : " | ", line.name, count);
+        else if (count != 0 && isInTheTable(line))
+            others += fmt::format(", {} {}", line.name, count);
+    }
+    return (losses.empty() ? "no losses" : losses) + others;
 }
 
 } // namespace exporting

@@ -23,6 +23,9 @@ public:
     /// Rows so far: traces, or blocks.
     [[nodiscard]] quint64 rows() const { return m_rows; }
 
+    /// Brings the files up to date; for now and then.
+    void update();
+
     [[nodiscard]] const std::optional<std::string>& failure() const { return m_failure; }
 
 signals:
@@ -34,6 +37,7 @@ private:
     void takeDf(unsigned int first, unsigned int count);
     template <typename Row>
     void write(Row row);
+    void fail(const CannotExport& failure);
     [[nodiscard]] When when(std::int64_t deviceNs);
 
     receiver::Session& m_session;
@@ -46,5 +50,9 @@ private:
 
 /// What of the ledger's losses concerns such an export.
 [[nodiscard]] quint64 lossesOf(const ledger::Counters& counters, What what);
+
+/// "wire lost 3 | kernel 2": those losses; "no losses". Then what came twice or late, which is in the table
+/// all the same: "no losses, wire duplicates 2".
+[[nodiscard]] std::string lossText(const ledger::Counters& counters, What what);
 
 } // namespace exporting

@@ -13,6 +13,7 @@ public:
 
     void write(const Trace& trace) override;
     void write(const DfBlock& block) override;
+    void update() override { m_output.flush(); }
     void finish() override { m_output.flush(); }
     [[nodiscard]] std::vector<std::string> files() const override;
 

@@ -6,6 +6,7 @@
 #include <array>
 #include <bit>
 #include <cmath>
+#include <filesystem>
 #include <fmt/format.h>
 #include <limits>
 
@@ -58,7 +59,7 @@ void addWhen(std::string& row, const When& when)
 // "a.npy", "grid" gives "a.grid.npy".
 std::string companion(const std::string& path, std::string_view what)
 {
-    const std::string stem = path.ends_with(".npy") ? path.substr(0, path.size() - 4) : path;
+    const std::string stem = hasEnding(path, ".npy") ? path.substr(0, path.size() - 4) : path;
     return fmt::format("{}.{}.npy", stem, what);
 }
 
@@ -69,13 +70,32 @@ void writeGrid(const std::string& path, const Trace& trace)
     for (std::size_t k = 0; k < trace.levels.size(); ++k)
         addNumber(positions, trace.start + static_cast<double>(k) * trace.step);
     file.append(positions);
-    file.finish();
+    file.bringUpToDate();
+}
+
+// What an earlier export left beside `path` would be read as this one's: nobody could tell them apart.
+// Result: `path`.
+const std::string& alone(const std::string& path, std::size_t first)
+{
+    for (std::size_t part = first; part < NpyTraces::mostGrids; ++part) {
+        const std::string array = recording::numberedPath(path, part);
+        for (const std::string& each : {array, companion(array, "time"), companion(array, "grid")}) {
+            std::error_code unknown;
+            const bool isOwn = part == 0 && each == path;
+            if (!isOwn && std::filesystem::exists(each, unknown))
+                throw CannotExport{
+                    fmt::format("{}: expected nothing of an earlier export beside {}, found it; "
+                                "remove it, or name another file",
+                                each, path)};
+        }
+    }
+    return path;
 }
 
 } // namespace
 
 NpyFile::NpyFile(std::string path, std::string type, std::size_t columns, std::size_t rowBytes)
-    : m_output(std::move(path))
+    : m_output(std::move(path), Output::Order::Anywhere)
     , m_type(std::move(type))
     , m_columns(columns)
     , m_rowBytes(rowBytes)
@@ -108,15 +128,12 @@ void NpyFile::append(std::string_view rows)
 
 void NpyFile::bringUpToDate()
 {
+    if (m_rows == m_rowsInHeader)
+        return;
     m_output.flush(); // the rows that the header promises are there before it does
     m_output.rewriteStart(header());
     m_output.flush();
     m_rowsInHeader = m_rows;
-}
-
-void NpyFile::finish()
-{
-    bringUpToDate();
 }
 
 NpyTraces::Part::Part(const std::string& path, const std::string& timesPath, const Trace& trace)
@@ -131,7 +148,11 @@ NpyTraces::NpyTraces(What what, std::string path)
     : m_units(unitsOf(what))
     , m_path(std::move(path))
 {
-    const Output canBeWritten{m_path}; // said before anything is received
+    const Output canBeWritten{alone(m_path, 1), Output::Order::Anywhere}; // said before anything is received
+    // Those of an earlier array of this name tell nothing of this one, which may stay empty.
+    std::error_code unknown;
+    std::filesystem::remove(companion(m_path, "time"), unknown);
+    std::filesystem::remove(companion(m_path, "grid"), unknown);
 }
 
 bool NpyTraces::fits(const Trace& trace) const
@@ -173,16 +194,16 @@ void NpyTraces::write(const Trace& trace)
 
 void NpyTraces::write(const DfBlock& /*block*/) {}
 
-void NpyTraces::finish()
+void NpyTraces::update()
 {
     if (!m_part)
         return;
-    m_part->levels.finish();
-    m_part->times.finish();
+    m_part->levels.bringUpToDate();
+    m_part->times.bringUpToDate();
 }
 
 NpySamples::NpySamples(const std::string& path)
-    : m_file(path, sampleType, 0, sampleBytes)
+    : m_file(alone(path, 0), sampleType, 0, sampleBytes)
 {}
 
 void NpySamples::write(const Trace& /*trace*/) {}

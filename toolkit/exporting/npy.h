@@ -6,7 +6,7 @@
 namespace exporting {
 
 /// One array whose number of rows is known at its end. While it grows, its header is brought up to date now
-/// and then, so that a process that is killed leaves a file that loads.
+/// and then, so that it can be read, and a process that is killed leaves a file that loads.
 class NpyFile {
 public:
     /// `type`: NumPy's description of an item, for example "'<f4'". `columns`: of a row; 0: the array has one
@@ -15,13 +15,14 @@ public:
 
     /// Appends whole rows.
     void append(std::string_view rows);
-    void finish();
+
+    /// Tells of all rows so far in the header.
+    void bringUpToDate();
 
     [[nodiscard]] const std::string& path() const { return m_output.path(); }
 
 private:
     [[nodiscard]] std::string header() const;
-    void bringUpToDate();
 
     Output m_output;
     std::string m_type;
@@ -33,8 +34,8 @@ private:
 
 /// Traces: a.npy, float32 of shape (traces, channels), NaN where nothing was measured; a.time.npy, the time
 /// of each trace; a.grid.npy, float64 of shape (channels,). Another grid begins the next three files:
-/// a-0001.npy,
-/// ...
+/// a-0001.npy, ...
+/// Errors: also where such parts of an earlier export are there, which would be taken for those of this one.
 class NpyTraces : public Writer {
 public:
     /// More grids than this are no pictures any more; the text forms take them.
@@ -44,7 +45,8 @@ public:
 
     void write(const Trace& trace) override;
     void write(const DfBlock& block) override;
-    void finish() override;
+    void update() override;
+    void finish() override { update(); }
     [[nodiscard]] std::vector<std::string> files() const override { return m_files; }
 
 private:
@@ -69,13 +71,15 @@ private:
 };
 
 /// Samples of direction finding: one structured array of shape (samples,).
+/// Errors: also where companions or parts of an earlier export are there, which this one does not have.
 class NpySamples : public Writer {
 public:
     explicit NpySamples(const std::string& path);
 
     void write(const Trace& trace) override;
     void write(const DfBlock& block) override;
-    void finish() override { m_file.finish(); }
+    void update() override { m_file.bringUpToDate(); }
+    void finish() override { update(); }
     [[nodiscard]] std::vector<std::string> files() const override { return {m_file.path()}; }
 
 private:

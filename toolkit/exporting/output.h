@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 // Where the bytes of a table go.
+#include <cstdint>
 #include <cstdio>
 #include <span>
 #include <stdexcept>
@@ -18,15 +19,19 @@ struct CannotExport : std::runtime_error {
 /// A file that is written from its start, or stdout. Errors: CannotExport.
 class Output {
 public:
+    /// How the bytes are written: one behind the other, or also over earlier ones, which only files can.
+    enum class Order : std::uint8_t { Forward, Anywhere };
+
     /// `path` empty: stdout.
-    explicit Output(std::string path);
+    explicit Output(std::string path, Order order = Order::Forward);
     Output(const Output&) = delete;
     Output& operator=(const Output&) = delete;
     ~Output();
 
     void write(std::string_view bytes);
 
-    /// Writes over what stands at the file's start; the next bytes follow the others. Not for stdout.
+    /// Writes over what stands at the file's start; the next bytes follow the others. Only with
+    /// Order::Anywhere.
     void rewriteStart(std::string_view bytes);
 
     /// Hands everything to the system.

@@ -4,7 +4,9 @@
 #include "toolkit/exporting/ndjson.h"
 #include "toolkit/exporting/npy.h"
 #include "values/levels.h"
+#include <algorithm>
 #include <array>
+#include <cctype>
 
 namespace exporting {
 
@@ -58,13 +60,20 @@ Sample::Sample(const values::DFSpectrumSample& sample)
     qualityPercent = static_cast<float>(sample.getQuality());
 }
 
+bool hasEnding(std::string_view path, std::string_view ending)
+{
+    const auto areAlike = [](unsigned char a, unsigned char b) { return std::tolower(a) == std::tolower(b); };
+    return path.size() >= ending.size() &&
+           std::ranges::equal(path.substr(path.size() - ending.size()), ending, areAlike);
+}
+
 std::optional<Format> formatOf(const std::string& path)
 {
-    if (path.ends_with(".csv"))
+    if (hasEnding(path, ".csv"))
         return Format::Csv;
-    if (path.ends_with(".ndjson") || path.ends_with(".jsonl"))
+    if (hasEnding(path, ".ndjson") || hasEnding(path, ".jsonl"))
         return Format::Ndjson;
-    if (path.ends_with(".npy"))
+    if (hasEnding(path, ".npy"))
         return Format::Npy;
     return std::nullopt;
 }

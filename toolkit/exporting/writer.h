@@ -72,12 +72,18 @@ public:
     virtual void write(const Trace& trace) = 0;
     virtual void write(const DfBlock& block) = 0;
 
+    /// Brings the files up to date while they grow, so that others can read what is there so far.
+    virtual void update() = 0;
+
     /// After the last row: everything is in the files.
     virtual void finish() = 0;
 
     /// Files so far, in order; empty where the rows go to stdout.
     [[nodiscard]] virtual std::vector<std::string> files() const = 0;
 };
+
+/// Whether `path` ends so, in small letters or capitals.
+[[nodiscard]] bool hasEnding(std::string_view path, std::string_view ending);
 
 /// The format that the ending of `path` stands for.
 [[nodiscard]] std::optional<Format> formatOf(const std::string& path);

@@ -88,7 +88,10 @@ public:
         m_collector = std::make_unique<exporting::Collector>(m_session, m_what, *m_writer);
         QObject::connect(m_collector.get(), &exporting::Collector::failed, [] { QCoreApplication::quit(); });
         if (!m_collector->failure())
-            m_loop.run(m_arguments.seconds, [this] { m_progress.show(progressText()); });
+            m_loop.run(m_arguments.seconds, [this] {
+                m_collector->update();
+                m_progress.show(progressText());
+            });
         m_progress.end();
         if (!m_collector->failure())
             m_writer->finish();
@@ -135,10 +138,23 @@ private:
         std::string files;
         for (const std::string& file : m_writer->files())
             files += (files.empty() ? " to " : ", ") + file;
-        fmt::print(stderr, "vk410 export: {}{}; {}{}\n", rowsText(), files, lossText(), stoppedText());
+        fmt::print(stderr, "vk410 export: {}{}; {}{}\n", rowsText(), files, soundText(), stoppedText());
         const bool isWhole = !m_session.source()->failed() && exporting::lossesOf(counters, m_what) == 0 &&
                              stoppedText().empty();
         return isWhole && m_collector->rows() > 0 ? Done : NotSound;
+    }
+
+    // What was lost, and where a recording is cut or has holes.
+    [[nodiscard]] std::string soundText()
+    {
+        const receiver::Source::Facts facts = m_session.source()->facts();
+        if (facts.problems == 0)
+            return lossText();
+        const bool isAll =
+            m_collector->rows() > 0 && exporting::lossesOf(m_session.ledger().counters(), m_what) == 0;
+        return fmt::format(
+            "{}the recording is not whole: {}{}", isAll ? "" : lossText() + "; ", facts.firstProblem,
+            facts.problems > 1 ? fmt::format("; and {} more problems", facts.problems - 1) : "");
     }
 
     // A recording has an end, which --for or the user did not wait for.
@@ -156,8 +172,7 @@ private:
         const ledger::Ledger& ledger = m_session.ledger();
         if (m_collector->rows() == 0)
             return nothingText(ledger);
-        const quint64 losses = exporting::lossesOf(ledger.counters(), m_what);
-        return losses == 0 ? "no losses" : ledger::lossText(ledger.counters());
+        return exporting::lossText(ledger.counters(), m_what);
     }
 
     [[nodiscard]] std::string nothingText(const ledger::Ledger& ledger) const

@@ -6,6 +6,10 @@ import io
 import json
 import math
 import os
+import signal
+import socket
+import subprocess
+import time
 import unittest
 
 import numpy
@@ -161,6 +165,93 @@ class Levels(program.Case):
 
         self.assertEqual(ran.returncode, 1)
         self.assertEqual(len(ran.stdout.splitlines()), 1 + 29)
+        self.assertRegex(
+            ran.stderr.splitlines()[-1],
+            r"^vk410 export: 29 traces; the recording is not whole: cut\.bin: byte 95120: expected a datagram of 3280 bytes, "
+            "found 3273",
+        )
+
+    def test_that_come_twice_or_late_are_no_losses(self):
+        numbered = renumbered(self.datagrams)
+        twice = numbered[:5] + numbered[4:]
+        late = numbered[:5] + [numbered[6], numbered[5]] + numbered[7:]
+        for stream, said in ((twice, "31 traces; no losses, wire duplicates 1\n"),
+                             (late, "30 traces; no losses, wire reordered 1\n")):
+            self.write("a.bin", b"".join(stream))
+            ran = self.run_program("export", "a.bin")
+            self.assertIn(said, ran.stderr)
+            self.assertEqual(ran.returncode, 0)
+
+    def test_as_numpy_arrays_are_not_mixed_with_parts_of_an_earlier_export(self):
+        for left in ("a-0001.npy", "a-0002.grid.npy"):
+            self.write(left, "earlier")
+            self.write("a.npy", "mine")
+            ran = self.run_program("export", "a.bin", "-o", "a.npy")
+            self.assertEqual((ran.returncode, ran.stdout), (2, ""))
+            self.assertEqual(
+                ran.stderr.splitlines()[-1],
+                f"vk410 export: {left}: expected nothing of an earlier export beside a.npy, found it; remove it, or name "
+                "another file",
+            )
+            self.assertEqual((self.read(left), self.read("a.npy")), ("earlier", "mine"))
+            os.remove(self.path(left))
+
+    def test_as_numpy_arrays_leave_no_companions_of_earlier_ones(self):
+        self.run_program("export", "a.bin", "-o", "a.npy")
+        ran = self.run_program("export", "a.bin", "--tag", "panorama=301", "-o", "a.npy")
+        self.assertEqual(ran.returncode, 1)  # nothing of that tag
+        self.assertFalse(os.path.exists(self.path("a.time.npy")) or os.path.exists(self.path("a.grid.npy")))
+
+    def test_as_numpy_arrays_can_be_read_while_a_live_export_goes_on(self):
+        port = free_port()
+        process = self.start("export", f"udp://127.0.0.1:{port}", "-o", "a.npy")
+        self.until_said(process, "listening")
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sender:
+            for datagram in self.datagrams[:3]:
+                sender.sendto(datagram, ("127.0.0.1", port))
+        shapes = None
+        end = time.monotonic() + 20
+        while shapes != [(3, 1601), (3,)] and time.monotonic() < end:
+            time.sleep(0.1)
+            try:
+                shapes = [numpy.load(self.path(name)).shape for name in ("a.npy", "a.time.npy")]
+            except (FileNotFoundError, ValueError, EOFError):
+                pass  # not begun yet
+        self.assertEqual(shapes, [(3, 1601), (3,)])
+        self.assertIsNone(process.poll())
+        process.send_signal(signal.SIGINT)
+        self.assertEqual(process.wait(20), 0)
+
+    def test_as_numpy_arrays_do_not_go_into_pipes_and_devices(self):
+        os.mkfifo(self.path("pipe.npy"))
+        for place in ("pipe.npy", "/dev/null"):
+            ran = self.run_program("export", "sim:band", "--format", "npy", "-o", place)
+            self.assertEqual((ran.returncode, ran.stdout), (2, ""))
+            self.assertEqual(
+                ran.stderr.splitlines()[-1],
+                f"vk410 export: {place}: expected a file for NumPy, whose header is written again and again, found a pipe "
+                "or a device; csv and ndjson can go there",
+            )
+
+    def test_are_written_in_the_form_of_an_ending_in_capitals(self):
+        for name in ("A.CSV", "A.NDJSON", "A.NPY"):
+            self.assertEqual(self.run_program("export", "a.bin", "-o", name).returncode, 0)
+        self.assertTrue(self.read("A.CSV").startswith("received_ns,"))
+        self.assertEqual(len(self.objects(self.read("A.NDJSON"))), 30)
+        self.assertEqual(numpy.load(self.path("A.NPY")).shape, (30, 1601))
+        self.assertEqual(len(numpy.load(self.path("A.time.npy"))), 30)
+
+    def test_for_a_reader_that_has_gone_say_so(self):
+        reader, writer = os.pipe()
+        os.close(reader)
+        ran = subprocess.run(
+            ["vk410", "export", "a.bin"], cwd=self.folder, env=self.environment, stdout=writer, stderr=subprocess.PIPE,
+            text=True, preexec_fn=lambda: signal.signal(signal.SIGPIPE, signal.SIG_IGN), restore_signals=False,
+        )
+        os.close(writer)
+        self.assertEqual(ran.returncode, 2)
+        self.assertIn("stdout: could not be written to its end: Broken pipe; who read it has gone", ran.stderr)
+        self.assertNotIn("disk", ran.stderr)
 
     def test_of_a_live_receiver_come_while_they_are_sent(self):
         port = free_port()
@@ -311,6 +402,14 @@ class DirectionFinding(program.Case):
             if name in blocks[0] and isinstance(blocks[0][name], list):
                 inside = [math.nan if number is None else number for block in blocks for number in block[name]]
                 numpy.testing.assert_allclose(inside, samples[name], rtol=1e-6)
+
+    def test_samples_are_not_mixed_with_an_earlier_export_of_traces(self):
+        self.write("df.time.npy", "earlier")
+        ran = self.run_program("export", SAMPLES + "/df.bin", "--what", "df", *DF_RANGES, "-o", "df.npy")
+        self.assertEqual(ran.returncode, 2)
+        self.assertIn("df.time.npy: expected nothing of an earlier export beside df.npy, found it", ran.stderr)
+        self.assertEqual(self.read("df.time.npy"), "earlier")
+        self.assertFalse(os.path.exists(self.path("df.npy")))
 
     def test_without_scan_ranges_says_what_is_missing(self):
         ran = self.run_program("export", SAMPLES + "/df.bin", "--what", "df")
