@@ -2,6 +2,7 @@
 #include "toolkit/checking/truth.h"
 #include "toolkit/simulation/simulator.h"
 #include <QTemporaryDir>
+#include <array>
 #include <cstdio>
 #include <fstream>
 #include <gmock/gmock.h>

@@ -166,7 +166,7 @@ TEST_F(Inspect, SaysWhyThereAreNoDatagrams)
     EXPECT_EQ(ran.out, "");
     EXPECT_EQ(ran.err,
               "vk410 inspect: a.pcap: no datagrams; of 1 packets 0 are neither UDP nor TCP, 1 of other "
-              "ports; 0 TCP streams hold none\n");
+              "ports, most of port 4444; 0 TCP streams hold none\n");
 }
 
 TEST_F(Inspect, EndsWithOneWhereTheFileIsNoRecording)
