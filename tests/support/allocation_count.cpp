@@ -117,8 +117,9 @@ void free(void* block)
 }
 }
 #else
-// The sanitizers keep malloc to themselves. What they know about new and delete they lose here. The form that does not
-// throw belongs to it: its blocks, too, go back through the delete below (std::inplace_merge does that).
+// The sanitizers keep malloc to themselves. What they know about new and delete they lose here. The form that
+// does not throw belongs to it: its blocks, too, go back through the delete below (std::inplace_merge does
+// that).
 void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept
 {
     return failsNow() ? nullptr : std::malloc(size);

@@ -4,8 +4,8 @@
 #include "tools/vk410/validators.h"
 #include "tools/vk410/verbs.h"
 #include "tools/vk410/version.h"
-// Here alone with what formats helps and reads files: its code comes into being wherever this is included, and makes a
-// small file take as long to compile as a large one. The others take <CLI/App.hpp>.
+// Here alone with what formats helps and reads files: its code comes into being wherever this is included,
+// and makes a small file take as long to compile as a large one. The others take <CLI/App.hpp>.
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
