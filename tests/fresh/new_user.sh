@@ -31,7 +31,9 @@ if [[ ! -e $root/etc/debian_version ]]; then
     say "an empty Debian 12 in $root"
     debootstrap --variant=minbase bookworm "$root" >"$root.log" 2>&1 || { tail "$root.log" >&2; exit 2; }
 fi
+# How to reach the network: name servers, and the certificates of a proxy where there is one.
 cp /etc/resolv.conf /etc/hosts "$root/etc/"
+cp "${NODE_EXTRA_CA_CERTS:-/dev/null}" "$root/etc/network-certificates.pem"
 mounted=()
 unmount() {
     local place
@@ -44,7 +46,8 @@ for place in proc sys dev; do
     mounted+=("$root/$place")
 done
 inside() {
-    chroot "$root" /usr/bin/env -i HOME=/root TERM=dumb LANG=C.UTF-8 PATH=/usr/sbin:/usr/bin:/sbin:/bin DEBIAN_FRONTEND=noninteractive bash -euc "$1"
+    chroot "$root" /usr/bin/env -i HOME=/root TERM=dumb LANG=C.UTF-8 PATH=/usr/sbin:/usr/bin:/sbin:/bin DEBIAN_FRONTEND=noninteractive \
+        NODE_EXTRA_CA_CERTS=/etc/network-certificates.pem bash -euc "$1"
 }
 
 # A user has git before there is anything to clone.
