@@ -314,7 +314,9 @@ void addSimulate(CLI::App& program, Run& run)
     verb->add_option("--for", arguments->seconds, "end after SECONDS")
         ->check(positiveNumber())
         ->type_name("SECONDS");
-    verb->add_option("--seed", arguments->seed, "the same datagrams each time, stamps too")->type_name("S");
+    verb->add_option("--seed", arguments->seed, "the same datagrams each time, stamps too")
+        ->check(wholeNumberFrom(0))
+        ->type_name("S");
     verb->add_option("--truth", arguments->truth, "say what was sent and spoilt, one JSON object a line")
         ->check(notEmpty())
         ->type_name("FILE");

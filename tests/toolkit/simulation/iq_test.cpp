@@ -207,6 +207,22 @@ TEST_F(FromIq, ASpanOutsideTheRecordingIsRefused)
                                        "49980000 to 50060000");
 }
 
+TEST_F(FromIq, StepsFinerThanASpectrumCanHaveAreRefused)
+{
+    const std::string meta = write(Iq(5000));
+    Scene scene = sceneFor(meta);
+    scene.spanHz = 8;
+    EXPECT_EQ(refusalOf(scene), meta + ": expected steps of at least 0.0953674 Hz, found 0.01");
+}
+
+TEST_F(FromIq, AWindowLongerThanATraceCanTakeIsRefused)
+{
+    const std::string meta = write(Iq(5000));
+    Scene scene = sceneFor(meta, "zerospan");
+    scene.windowMs = 1e6;
+    EXPECT_EQ(refusalOf(scene), meta + ": expected a windowMs of at most 671089, found 1e+06");
+}
+
 TEST_F(FromIq, ARecordingWithoutItsSamplesIsRefused)
 {
     const std::string meta = write(Iq(10));

@@ -144,6 +144,8 @@ CASES = [
     ("simulate . --truth -", ".: expected demo, band, zerospan, df or a scene file, found: Is a directory; check its name and "
      "permissions"),
     ("simulate band --truth no/where", f"no/where: {NO_FOLDER}"),
+    ("simulate band --truth - --seed 99999999999999999999", "--seed: expected a whole number from 0 up, found "
+     "'99999999999999999999'<how>"),
     ("simulate band --truth - --drop 2", "--drop: expected a probability from 0 to 1, found 2"),
     ("simulate band --truth - --drop 0.6 --dup 0.6", "expected fault probabilities of at most 1 together, found 1.2; lower "
      "one"),
