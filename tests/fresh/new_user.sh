@@ -33,7 +33,7 @@ if [[ ! -e $root/etc/debian_version ]]; then
 fi
 # How to reach the network: name servers, and the certificates of a proxy where there is one.
 cp /etc/resolv.conf /etc/hosts "$root/etc/"
-cp "${NODE_EXTRA_CA_CERTS:-/dev/null}" "$root/etc/network-certificates.pem"
+[[ -z ${NODE_EXTRA_CA_CERTS-} ]] || cp "$NODE_EXTRA_CA_CERTS" "$root/etc/network-certificates.pem"
 mounted=()
 unmount() {
     local place
@@ -47,7 +47,7 @@ for place in proc sys dev; do
 done
 inside() {
     chroot "$root" /usr/bin/env -i HOME=/root TERM=dumb LANG=C.UTF-8 PATH=/usr/sbin:/usr/bin:/sbin:/bin DEBIAN_FRONTEND=noninteractive \
-        NODE_EXTRA_CA_CERTS=/etc/network-certificates.pem bash -euc "$1"
+        NODE_EXTRA_CA_CERTS="${NODE_EXTRA_CA_CERTS:+/etc/network-certificates.pem}" bash -euc "$1"
 }
 
 # A user has git before there is anything to clone.
