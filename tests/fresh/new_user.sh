@@ -53,6 +53,8 @@ inside() {
 # A user has git before there is anything to clone.
 clone() {
     inside 'apt-get update -q && apt-get install -q -y --no-install-recommends git ca-certificates' >"$root.log" 2>&1
+    # Of an earlier run: Wireshark would load its dissector and refuse that of the clone.
+    inside 'dpkg --purge vk410 libvk410-dev libvk410-0.1' >>"$root.log" 2>&1
     rm -rf "$root/root/vk410" "$root/root/vk410.git"
     git clone -q --bare "$project" "$root/root/vk410.git"
     inside 'git clone -q /root/vk410.git /root/vk410'
