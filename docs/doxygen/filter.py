@@ -13,8 +13,8 @@ from pathlib import Path
 
 LABELS = "Shape|Units|Result|Errors|Owner|Order|Source|Thread"
 LABEL = re.compile(rf"^({LABELS}):\s+")
-# A comment behind a declaration documents it, unless it speaks to clang-tidy.
-BEHIND = re.compile(r"^(.*[;,{}\w])(\s+)// (?!NOLINT)(.*)$")
+# A comment behind a declaration documents it.
+BEHIND = re.compile(r"^(.*[;,{}\w])(\s+)// (.*)$")
 
 
 def docstring(line):
