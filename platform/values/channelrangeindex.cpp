@@ -15,11 +15,10 @@ void ChannelRangeIndex::add(const ChannelRange& range)
 
 std::optional<std::size_t> ChannelRangeIndex::rangeHolding(unsigned int id) const
 {
-    const auto segment = std::partition_point(m_segments.begin(), m_segments.end(),
-                                              [id](const Segment& s) { return s.end <= id; });
-    if (segment == m_segments.end() || segment->begin > id)
+    const std::size_t found = leading(m_segments, [id](const Segment& s) { return s.end <= id; });
+    if (found == m_segments.size() || m_segments[found].begin > id)
         return std::nullopt;
-    return segment->range;
+    return m_segments[found].range;
 }
 
 // Earlier ranges keep their ids: the new one gets what lies between them.
@@ -28,10 +27,7 @@ void ChannelRangeIndex::addIds(const ChannelRange& range)
     const quint64 end = quint64{range.firstChannel} + range.count;
     quint64 next = range.firstChannel;
     const std::size_t oldCount = m_segments.size();
-    auto first =
-        static_cast<std::size_t>(std::partition_point(m_segments.begin(), m_segments.end(),
-                                                      [next](const Segment& s) { return s.end <= next; }) -
-                                 m_segments.begin());
+    std::size_t first = leading(m_segments, [next](const Segment& s) { return s.end <= next; });
     for (; first < oldCount && m_segments[first].begin < end; ++first) {
         const Segment taken = m_segments[first];
         if (next < taken.begin)
@@ -53,12 +49,24 @@ void ChannelRangeIndex::addSpan(const ChannelRange& range)
     const double last = range.position(range.count - 1);
     if (!(range.start <= last) && !(last <= range.start))
         return; // a limit is not a number: it contains nothing
-    const Span span{std::min(range.start, last), std::max(range.start, last), m_size};
-    const auto position = std::upper_bound(m_spans.begin(), m_spans.end(), span.low,
-                                           [](double low, const Span& other) { return low < other.low; });
-    const auto from = static_cast<std::size_t>(position - m_spans.begin());
-    m_spans.insert(position, span);
+    const double low = std::min(range.start, last);
+    const std::size_t from = leading(m_lows, [low](double other) { return other <= low; });
+    const auto offset = static_cast<std::ptrdiff_t>(from);
+    m_lows.insert(m_lows.begin() + offset, low);
+    m_spans.insert(m_spans.begin() + offset, {std::max(range.start, last), 0.0, m_size});
+    updateHighestBefore(from);
     updateHighest(from);
+}
+
+void ChannelRangeIndex::updateHighestBefore(std::size_t from)
+{
+    double highest = -std::numeric_limits<double>::infinity();
+    if (from > 0)
+        highest = std::max(m_spans[from - 1].highestBefore, m_spans[from - 1].high);
+    for (std::size_t i = from; i < m_spans.size(); ++i) {
+        m_spans[i].highestBefore = highest;
+        highest = std::max(highest, m_spans[i].high);
+    }
 }
 
 void ChannelRangeIndex::updateHighest(std::size_t from)

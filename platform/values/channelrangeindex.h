@@ -25,15 +25,18 @@ public:
     template <typename Action>
     void forEachContaining(double x, const Action& action) const
     {
-        const auto end = std::upper_bound(m_spans.begin(), m_spans.end(), x,
-                                          [](double value, const Span& span) { return value < span.low; });
-        const auto count = static_cast<std::size_t>(end - m_spans.begin());
+        const std::size_t count = leading(m_lows, [x](double low) { return low <= x; });
         if (count == 0)
             return;
+        const Span& last = m_spans[count - 1];
+        if (last.high >= x)
+            action(last.range);
+        if (last.highestBefore < x)
+            return; // as in all grids without overlap
         std::size_t width = 1;
         for (std::size_t level = 1; level < m_highest.size(); ++level)
             width *= fanOut;
-        visit(m_highest.size() - 1, 0, width, count, x, action);
+        visit(m_highest.size() - 1, 0, width, count - 1, x, action);
     }
 
 private:
@@ -45,11 +48,27 @@ private:
         quint64 end;
         std::size_t range;
     };
+    // A range on the axis; where it begins stands in `m_lows`.
     struct Span {
-        double low;
         double high;
+        double highestBefore; // the highest `high` of all spans that begin before this one
         std::size_t range;
     };
+
+    // How many items `holds` is true for, which are the first ones. A binary search without branches: a
+    // processor would guess half of them wrongly.
+    template <typename Item, typename Predicate>
+    static std::size_t leading(const std::vector<Item>& items, const Predicate& holds)
+    {
+        std::size_t first = 0;
+        std::size_t left = items.size();
+        while (left > 1) {
+            const std::size_t half = left / 2;
+            first += half * static_cast<std::size_t>(holds(items[first + half - 1]));
+            left -= half;
+        }
+        return first + static_cast<std::size_t>(left == 1 && holds(items[first]));
+    }
 
     // Looks below one block for spans with `high` >= x among the first `count` spans, which have `low` <= x.
     // `width` is the number of spans below each child of the block.
@@ -71,10 +90,12 @@ private:
 
     void addIds(const ChannelRange& range);
     void addSpan(const ChannelRange& range);
+    void updateHighestBefore(std::size_t from);
     void updateHighest(std::size_t from);
 
     std::vector<Segment> m_segments;            // ascending, without overlap
-    std::vector<Span> m_spans;                  // ascending by `low`
+    std::vector<double> m_lows;                 // ascending; alone, so that a search touches little memory
+    std::vector<Span> m_spans;                  // which begin at `m_lows`
     std::vector<std::vector<double>> m_highest; // [level][block]: the highest `high` below that block
     std::size_t m_size = 0;
 };
