@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "devicecontrol/vk410protocol/tcpreader.h"
+#include "devicecontrol/vk410protocol/coarsetimer.h"
 #include "devicecontrol/vk410protocol/datagramcutter.h"
 #include "devicecontrol/vk410protocol/mirrorclients.h"
 #include "devicecontrol/vk410protocol/peerwatch.h"
 #include "nqbase/errorhandler.h"
-#include <QElapsedTimer>
 #include <QHostAddress>
 #include <QMetaMethod>
 #include <QPointer>
@@ -173,8 +173,7 @@ void TcpReader::SlotReadyRead()
             socket
                 ->deleteLater(); // here: a receiver's own event loop would do it while the socket is at work
     });
-    QElapsedTimer timer;
-    timer.start();
+    const CoarseTimer timer;
     qint64 bytes = 0;
     do {
         if (!hasComplete())
@@ -241,7 +240,7 @@ void TcpReader::continueLater()
 
 // Cuts and emits one by one, while there is no client: each datagram gets the memory that the one before has
 // just given back. Result: their bytes.
-qint64 TcpReader::passOn(const QElapsedTimer& timer)
+qint64 TcpReader::passOn(const CoarseTimer& timer)
 {
     const QPointer<TcpReader> self = this;
     qint64 size = 0;
@@ -320,7 +319,7 @@ void TcpReader::breakStream()
 }
 
 // As many as the time of one notification allows.
-void TcpReader::emitComplete(const QElapsedTimer& timer)
+void TcpReader::emitComplete(const CoarseTimer& timer)
 {
     const QPointer<TcpReader> self = this;
     while (self && hasComplete() && !timer.hasExpired(millisecondsPerNotification))

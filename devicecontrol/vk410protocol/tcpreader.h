@@ -11,7 +11,7 @@
 #include <span>
 #include <vector>
 
-class QElapsedTimer;
+class CoarseTimer;
 class QTcpSocket;
 class DatagramCutter;
 class MirrorClients;
@@ -74,7 +74,7 @@ private:
 
     [[nodiscard]] bool hasMore() const;
     void leavePartOfHeader();
-    [[nodiscard]] qint64 passOn(const QElapsedTimer& timer);
+    [[nodiscard]] qint64 passOn(const CoarseTimer& timer);
     [[nodiscard]] qint64 cutBlock();
     void makeRoomForOne();
     void sendToMirror(std::span<const Bytes> datagrams);
@@ -82,7 +82,7 @@ private:
     [[nodiscard]] qint64 read(char* to, qint64 size);
     void tellCut(const std::vector<qint64>& waiting);
     void breakStream();
-    void emitComplete(const QElapsedTimer& timer);
+    void emitComplete(const CoarseTimer& timer);
     void continueLater();
     void emitDatagram(Bytes bytes);
 
