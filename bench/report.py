@@ -96,7 +96,9 @@ class Report:
         over_volk = max(self.ratio((b, f"ours{w}/{n}"), (b, f"volk{w}/{n}")) for w in (16, 32) for n in sizes16)
         under_naive = {w: min(1 / self.ratio((b, f"ours{w}/{n}"), (b, f"naive{w}/{n}")) for n in (700, 1601, 16000))
                        for w in (16, 32)}
-        sum_passes = self.ns(ip, "threePasses/1601")
+        # The datagram's bytes come from elsewhere; the budget was set where the naive swap of 32 items takes 14 ns.
+        panorama = {n: self.ns(ip, f"ifpan/{n}") - self.ns(ip, f"reception/{n}") for n in (1601, 16000)}
+        more = 500 * self.ns(b, "naive16/32") / 14
         lines = [
             ("swap beside VOLK, worst of all sizes and widths", over_volk, "x", "<=", 1.2),
             ("16-bit swap beside a naive loop, 700 to 16,000 items", under_naive[16], "x", ">=", 8),
@@ -104,8 +106,8 @@ class Report:
             ("16,000 levels into a map beside memcpy", self.ratio((v, "traceSetData/16000"), (v, "traceMemcpyOne/16000")), "x", "<=", 1.5),
             ("the same with a mirror map, beside two copies", self.ratio((v, "traceSetDataMirrored/16000"), (v, "traceMemcpyTwo/16000")), "x", "<=", 1.5),
             ("channel look-up among 10,000 ranges beside 100", self.ratio((v, "gridClosestChannel/10000"), (v, "gridClosestChannel/100")), "x", "<=", 2),
-            ("panorama of 1,601 points beside its three passes", self.ns(ip, "ifpan/1601") - sum_passes, "ns more", "<=", 500),
-            ("panorama of 16,000 points beside its three passes", self.ratio((ip, "ifpan/16000"), (ip, "threePasses/16000")), "x", "<=", 1.4),
+            ("panorama of 1,601 points beside its three passes", panorama[1601] - self.ns(ip, "threePasses/1601"), "ns more", "<=", round(more)),
+            ("panorama of 16,000 points beside its three passes", panorama[16000] / self.ns(ip, "threePasses/16000"), "x", "<=", 1.4),
             ("DF samples, 16,000 channels, beside the plainest loop", self.ratio((df, "convert/16000"), (df, "plainLoop/16000")), "x", "<=", 0.6),
             ("the same beside memcpy of the samples", self.ratio((df, "convertBesideCopy/16000"), (df, "copy/16000")), "x", "<=", 4),
             ("1,000 blanked intervals in a block of 16,000 channels", self.ratio((df, "block/16000/1000"), (df, "block/16000/0")), "x", "<=", 1.1),
@@ -122,7 +124,8 @@ class Report:
             kept = figure <= limit if relation == "<=" else figure >= limit
             rows.append((what, f"{figure:.3g} {unit}", f"{'at most' if relation == '<=' else 'at least'} {limit} {unit}",
                          "yes" if kept else "**no**"))
-        return table(("what", "measured", "budget", "kept"), rows)
+        return table(("what", "measured", "budget", "kept"), rows) + (
+            "\nThe budget in nanoseconds is 500 on a machine where the naive swap of 32 items takes 14 ns, as many times more here.\n")
 
     def swaps(self):
         rows = []

@@ -119,8 +119,9 @@ unsigned int nearestChannel(const ChannelRange& range, double x)
     const double below = range.position(above - 1);
     if (std::abs(position - x) < std::abs(below - x))
         return above;
-    // Several channels may round to the place below; the first of them.
-    return firstNotBefore(range, below);
+    // Where several channels round to the place below, the first of them.
+    const bool isAlone = above == 1 || range.position(above - 2) != below;
+    return isAlone ? above - 1 : firstNotBefore(range, below);
 }
 
 // The channel nearest to `x`, limited to the range.

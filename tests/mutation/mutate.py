@@ -2,8 +2,8 @@
 # SPDX-License-Identifier: MIT
 """Changes the protocol library in one place at a time and looks whether the unit tests notice.
 
-usage: tests/mutation/mutate.py BUILD_FOLDER [--minutes M] [--seed S] [--file NAME] [--list]
-BUILD_FOLDER is configured and built once if it is not; sources are changed in a copy of the tree beside it, never here.
+usage: tests/mutation/mutate.py BUILD_FOLDER [--minutes M] [--seed S] [--jobs N] [--file NAME] [--list]
+BUILD_FOLDER.1 and so on, one a job, are configured and built; sources are changed in copies of the tree beside them, never here.
 Prints a line a mutant and a summary; survivors are listed with their line. Ends with 1 when fewer than nine of ten are
 noticed.
 """
@@ -15,6 +15,7 @@ import shutil
 import signal
 import subprocess
 import sys
+import threading
 import time
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
@@ -69,6 +70,7 @@ class Bed:
 
     def __init__(self, build):
         self.build = os.path.abspath(build)
+        self.cores = os.cpu_count()  # until other beds work beside this one
         self.source = self.build + ".source"
         shutil.rmtree(self.source, ignore_errors=True)
         listed = subprocess.run(["git", "-C", ROOT, "ls-files", "-z"], check=True, stdout=subprocess.PIPE).stdout.decode().split("\0")
@@ -102,7 +104,7 @@ class Bed:
         return process.returncode == 0
 
     def compiles(self):
-        return self.run(["cmake", "--build", self.build, "-j", str(os.cpu_count())], 1800)
+        return self.run(["cmake", "--build", self.build, "-j", str(self.cores)], 1800)
 
     def passes(self, test, timeout):
         return self.run([os.path.join(self.tests_folder, test), "--gtest_fail_fast", "--gtest_brief=1"], timeout)
@@ -135,6 +137,7 @@ def main():
     parser.add_argument("build")
     parser.add_argument("--minutes", type=float, default=60)
     parser.add_argument("--seed", type=int, default=1)
+    parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="mutants tried at the same time")
     parser.add_argument("--file", help="only this file of the library")
     parser.add_argument("--list", action="store_true", help="show all mutants, change nothing")
     arguments = parser.parse_args()
@@ -146,19 +149,34 @@ def main():
         for path, number, line, what in mutants:
             print(f"{path}:{number + 1}: {what}: {line.strip()}")
         return 0
-    bed = Bed(arguments.build)
+    beds = [Bed(f"{arguments.build}.{job + 1}") for job in range(arguments.jobs)]
     end = time.time() + 60 * arguments.minutes
+    untried = iter(mutants)
     noticed, survivors, invalid = 0, [], 0
-    for mutant in mutants:
-        if time.time() > end:
-            break
-        fate = bed.fate(mutant)
-        path, number, line, what = mutant
-        print(f"{fate or 'SURVIVED':28} {path}:{number + 1}: {what}: {line.strip()}", flush=True)
-        invalid += fate == "invalid"
-        noticed += fate not in (None, "invalid")
-        if fate is None:
-            survivors.append(mutant)
+    lock = threading.Lock()
+
+    def work(bed):
+        nonlocal noticed, invalid
+        bed.cores = 1
+        while time.time() < end:
+            with lock:
+                mutant = next(untried, None)
+            if mutant is None:
+                return
+            fate = bed.fate(mutant)
+            path, number, line, what = mutant
+            with lock:
+                print(f"{fate or 'SURVIVED':28} {path}:{number + 1}: {what}: {line.strip()}", flush=True)
+                invalid += fate == "invalid"
+                noticed += fate not in (None, "invalid")
+                if fate is None:
+                    survivors.append(mutant)
+
+    workers = [threading.Thread(target=work, args=(bed,)) for bed in beds]
+    for worker in workers:
+        worker.start()
+    for worker in workers:
+        worker.join()
     tried = noticed + len(survivors)
     print(f"\n{len(mutants)} places; {tried} mutants tried (and {invalid} that do not compile), {noticed} noticed: {100 * noticed / max(tried, 1):.1f} %")
     for path, number, line, what in survivors:
