@@ -47,6 +47,7 @@ struct DfTrace {
     std::vector<std::vector<short>> waves{}; // level, azimuth, quality, field strength, elevation, unused
     wire::Bytes tail{};
     std::optional<std::uint32_t> count{};
+    std::optional<std::uint32_t> length{}; // else the attribute's true one
     std::uint16_t tag = 5301;
     std::size_t optHeaderSize = wire::dfscan::size;
     bool littleEndian = false;
@@ -71,6 +72,8 @@ struct DfTrace {
             .selectors(selectors)
             .count(count.value_or(static_cast<std::uint32_t>(longest)))
             .optHeader(header());
+        if (length)
+            writer.claimLength(*length);
         for (const auto& [bit, items] : fields)
             writer.items(std::span<const short>(*items));
         for (const float value : eigenValues)

@@ -494,6 +494,19 @@ TEST_F(MdpDFPScanSuperResolution, ArraysThatDoNotFitAreAbsentAndAllBehindThem)
     EXPECT_EQ(rx.at(0).getSuperResolutionSample()->getCount(), 2);
 }
 
+TEST_F(MdpDFPScanSuperResolution, ArraysAreAbsentWhereTheFieldsRunBeyondTheAttribute)
+{
+    rx.setFourChannels();
+    DfTrace trace = superResolutionTrace(false);
+    const std::size_t upToFields = wire::extended::headerSize + trace.optHeaderSize;
+    trace.length = static_cast<std::uint32_t>(upToFields) - wire::extended::lengthExcludes;
+    rx.receive(trace);
+    EXPECT_THAT(rx.receiver.fields[0], Optional(ElementsAre(900, 1800)));
+    EXPECT_FALSE(rx.receiver.eigenValues);
+    for (const auto& waves : rx.receiver.waves)
+        EXPECT_FALSE(waves);
+}
+
 TEST_F(MdpDFPScanSuperResolution, FormsFollowCountAndFields)
 {
     struct Case {
