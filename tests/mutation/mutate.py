@@ -3,7 +3,7 @@
 """Changes the protocol library in one place at a time and looks whether the unit tests notice.
 
 usage: tests/mutation/mutate.py BUILD_FOLDER [--minutes M] [--seed S] [--jobs N] [--file NAME] [--list]
-BUILD_FOLDER.1 and so on, one a job, are configured and built; sources are changed in copies of the tree beside them, never here.
+BUILD_FOLDER/1 and so on, one a job, each get a copy of the tree, in which sources are changed, and a build.
 Prints a line a mutant and a summary; survivors are listed with their line. Ends with 1 when fewer than nine of ten are
 noticed.
 """
@@ -20,6 +20,7 @@ import time
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 LIBRARY = "devicecontrol/vk410protocol"
+TESTS = ("tests/devicecontrol/vk410protocol", "tests/survival")
 
 # What is changed to what. Spaces around binary operators are those of the project's formatting.
 OPERATORS = [
@@ -70,24 +71,25 @@ def mutants_of(path):
 class Bed:
     """A copy of the tree with a build of its own."""
 
-    def __init__(self, build):
-        self.build = os.path.abspath(build)
+    def __init__(self, folder):
+        self.build = os.path.join(os.path.abspath(folder), "build")
+        self.source = os.path.join(os.path.abspath(folder), "source")
         self.cores = os.cpu_count()  # until other beds work beside this one
-        self.source = self.build + ".source"
         shutil.rmtree(self.source, ignore_errors=True)
         listed = subprocess.run(["git", "-C", ROOT, "ls-files", "-z"], check=True, stdout=subprocess.PIPE).stdout.decode().split("\0")
         for name in filter(None, listed):
             if os.path.exists(os.path.join(ROOT, name)) and not name.startswith(("docs/", "web/", "fuzz/corpus/")):
                 os.makedirs(os.path.dirname(os.path.join(self.source, name)), exist_ok=True)
                 shutil.copy2(os.path.join(ROOT, name), os.path.join(self.source, name))
-        self.run(["cmake", "-S", self.source, "-B", self.build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS_DEBUG=-O0 -g0",
-                  "-DVK410_WERROR=OFF", "-DVK410_BUILD_TOOLS=OFF", "-DVK410_BUILD_FUZZ=OFF", "-DVK410_BUILD_TESTS=ON"], 600)
-        self.tests_folder = os.path.join(self.build, "tests", LIBRARY)
+        # A value that is not there is no value: the library's own checks say so. A test is linked once, not for each mutant.
+        self.run(["cmake", "-S", self.source, "-B", self.build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Debug",
+                  "-DCMAKE_CXX_FLAGS_DEBUG=-O0 -g0 -D_GLIBCXX_ASSERTIONS", "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON", "-DVK410_WERROR=OFF",
+                  "-DVK410_BUILD_PAGE=OFF", "-DVK410_BUILD_FUZZ=OFF"], 600)
+        # The folder of each test. Peers that die take their time; nobody needs network name spaces to notice a mutant.
+        self.tests = {name[:-len(".cpp")]: folder for folder in TESTS for name in sorted(os.listdir(os.path.join(ROOT, folder)))
+                      if name.endswith("_test.cpp") and name not in ("peerwatch_test.cpp", "tcpreader_life_test.cpp")}
         if not self.compiles():
             sys.exit("mutate.py: the tree does not build as it is")
-        # Peers that die take their time; nobody needs network name spaces to notice a mutant.
-        self.tests = sorted(name for name in os.listdir(self.tests_folder)
-                            if name.endswith("_test") and name not in ("peerwatch_test", "tcpreader_life_test"))
         self.seconds = {}
         for test in self.tests:
             begin = time.time()
@@ -106,10 +108,10 @@ class Bed:
         return process.returncode == 0
 
     def compiles(self):
-        return self.run(["cmake", "--build", self.build, "-j", str(self.cores)], 1800)
+        return self.run(["cmake", "--build", self.build, "-j", str(self.cores), "--target", *self.tests], 1800)
 
     def passes(self, test, timeout):
-        program = os.path.join(self.tests_folder, test)
+        program = os.path.join(self.build, self.tests[test], test)
         if test != ALONE:
             return self.run([program, "--gtest_fail_fast", "--gtest_brief=1"], timeout)
         listed = subprocess.run([program, "--gtest_list_tests"], check=False, stdout=subprocess.PIPE, text=True).stdout
@@ -156,7 +158,7 @@ def main():
         for path, number, line, what in mutants:
             print(f"{path}:{number + 1}: {what}: {line.strip()}")
         return 0
-    beds = [Bed(f"{arguments.build}.{job + 1}") for job in range(arguments.jobs)]
+    beds = [Bed(os.path.join(arguments.build, str(job + 1))) for job in range(arguments.jobs)]
     end = time.time() + 60 * arguments.minutes
     untried = iter(mutants)
     noticed, survivors, invalid = 0, [], 0
