@@ -258,6 +258,26 @@ TEST_F(MdpIfpanReplay, RestoresNothingUnderAnotherCommandOrWithoutASavedState)
     EXPECT_EQ(rx.frequency->GetValue(), 5e6);
 }
 
+TEST_F(MdpIfpanReplay, SavesAndRestoresTheSettingsThatThereAre)
+{
+    for (const QString missing : {"IFPANSPAN", "IFSTEP", "FREQUENCY"}) {
+        SCOPED_TRACE(missing.toStdString());
+        IfpanReceiver own{log};
+        own.tree->Remove("/RX/" + missing);
+        own.processor();
+        own.span->SelectKey(50'000);
+        own.step->SelectKey(12'500);
+        own.replay->SelectKey(3);
+        own.span->SelectKey(1e6);
+        own.step->SelectKey(250);
+        own.frequency->SetValue(5e6);
+        own.replay->SelectKey(0);
+        EXPECT_EQ(own.span->GetCurrentKey(), missing == "IFPANSPAN" ? 1e6 : 50'000);
+        EXPECT_EQ(own.step->GetCurrentKey(), missing == "IFSTEP" ? 250 : 12'500);
+        EXPECT_EQ(own.frequency->GetValue(), missing == "FREQUENCY" ? 5e6 : 100e6);
+    }
+}
+
 TEST_F(MdpIfpanReplay, LooksTheCommandUpAfresh)
 {
     rx.processor();
