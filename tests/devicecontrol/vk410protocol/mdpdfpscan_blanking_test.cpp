@@ -361,6 +361,20 @@ TEST_F(MdpDFPScanBlankingStatus, IsOpenedAgainWhenAWholeSweepDidNotReportIt)
                 ElementsAre("1: 100000000-100000000 Hz open @7", "2: 100150000-100150000 Hz open @7"));
 }
 
+TEST_F(MdpDFPScanBlankingStatus, StaysWhereALaterBlockReportsARangeWithALowerNumber)
+{
+    rx.setRanges({scanRange(100'000'000, 100'175'000, 25'000, 7)});
+    rx.blankingRanges->SetRange(1, 100'150'000, 100'150'000);
+    rx.blankingRanges->SetRange(2, 100'000'000, 100'000'000);
+    rx.receive(blanked(1, 0));
+    rx.receive(blanked(2, 4));
+    DfTrace restart = blanked(3, 0);
+    restart.flags = dfflag::valid;
+    rx.receive(restart);
+    EXPECT_THAT(status(),
+                ElementsAre("1: 100150000-100150000 Hz blanked @2", "2: 100000000-100000000 Hz blanked @1"));
+}
+
 TEST_F(MdpDFPScanBlankingStatus, TakesTwoBlocksWithTheSameFirstChannelForTwoSweeps)
 {
     rx.setFourChannels();
