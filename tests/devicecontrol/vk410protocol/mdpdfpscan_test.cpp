@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "support/dfscan_receiver.h"
+#include "support/not_accepted_reasons.h"
 #include "support/trace_capture.h"
 #include <gmock/gmock.h>
 #include <limits>
@@ -14,22 +15,12 @@ namespace dfflag = support::dfflag;
 
 namespace {
 
-class NotAcceptedReasons : public IMassDataObserver {
-public:
-    void DatagramDone(const DatagramReport&) override {}
-    void AttributeDone(const AttributeReport&) override {}
-    void AttributeNotAccepted(const char* reason) override { reasons.emplace_back(reason); }
-    void StreamBroken(quint32) override {}
-    void MirrorClientCut(qint64) override {}
-    std::vector<std::string> reasons;
-};
-
 class MdpDFPScanTest : public testing::Test {
 protected:
     EffectLog log;
     TraceCapture traces;
     support::DfReceiver rx{log};
-    NotAcceptedReasons observer;
+    support::NotAcceptedReasons observer;
 
     void watchAll()
     {

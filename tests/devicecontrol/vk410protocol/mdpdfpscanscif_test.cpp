@@ -2,6 +2,7 @@
 #include "devicecontrol/vk410protocol/mdpdfpscanscif.h"
 #include "support/dfscan_receiver.h"
 #include "support/listener.h"
+#include "support/not_accepted_reasons.h"
 #include "support/trace_capture.h"
 #include <gmock/gmock.h>
 #include <limits>
@@ -98,8 +99,14 @@ TEST_F(MdpDFPScanSCIFAccept, TracesATraceWithoutOptionalHeaderUnderMask0x20)
 
 TEST_F(MdpDFPScanSCIFAccept, DropsUnknownRangesNormalAttributesAndAllWithoutAMapSilently)
 {
+    support::NotAcceptedReasons observer;
+    processor.SetMassDataObserver(&observer);
     receive({}); // no ranges yet
     setFourChannels();
+    DfTrace bare;
+    bare.optHeaderSize = 0;
+    receive(bare);
+    traces.take();
     DfTrace other;
     other.jobId = 8;
     receive(other);
@@ -113,6 +120,9 @@ TEST_F(MdpDFPScanSCIFAccept, DropsUnknownRangesNormalAttributesAndAllWithoutAMap
     noValue.azimuth = {32'766};
     receive(noValue);
     EXPECT_THAT(looking.fields[1], ElementsAre(32'766));
+    EXPECT_THAT(observer.reasons,
+                ElementsAre("no scan range has this job id", "no optional header",
+                            "no scan range has this job id", "not of the extended form", "there is no map"));
     EXPECT_THAT(log.take(), IsEmpty());
     EXPECT_THAT(traces.take(), IsEmpty());
 }

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
+#include "support/dfscan_receiver.h"
 #include "support/ifpan_receiver.h"
+#include "support/not_accepted_reasons.h"
 #include "support/trace_capture.h"
 #include <QDataStream>
 #include <QMetaMethod>
@@ -43,14 +45,20 @@ using MdpIfpanWidening = MdpIfpanTest;
 using MdpIfpanSignal = MdpIfpanTest;
 using MdpIfpanUnbound = MdpIfpanTest;
 
-TEST_F(MdpIfpanAccept, IgnoresATraceWithoutOptionalHeaderOrValues)
+TEST_F(MdpIfpanAccept, DropsATraceWithoutOptionalHeaderValuesOrLevels)
 {
+    support::NotAcceptedReasons observer;
+    rx.processor().SetMassDataObserver(&observer);
     IfpanTrace bare;
     bare.optHeaderSize = 0;
     rx.receive(bare);
     IfpanTrace empty;
     empty.levels.clear();
     rx.receive(empty);
+    VK410Processor dispatcher{false};
+    dispatcher.RegisterTagProcessor(&rx.processor(), TAG_5301, 0);
+    dispatcher.ProcessDatagram(new UdpDatagram{support::received(support::DfTrace{}.bytes())});
+    EXPECT_THAT(observer.reasons, ElementsAre("no optional header", "no values", "not a trace of levels"));
     EXPECT_THAT(log.take(), IsEmpty());
     EXPECT_THAT(traces.take(), IsEmpty());
 }

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "devicecontrol/vk410protocol/mdpzerospan.h"
 #include "devicecontrol/vk410protocol/vk410processor.h"
+#include "support/dfscan_receiver.h"
 #include "support/fixed_clock.h"
 #include "support/ifpan_receiver.h"
 #include "support/listener.h"
+#include "support/not_accepted_reasons.h"
 #include "support/recording_filler.h"
 #include "support/recording_map.h"
 #include "support/trace_capture.h"
@@ -120,6 +122,23 @@ TEST_F(MdpZeroSpanAccept, IgnoresATraceWithoutValuesSilently)
     receive(empty);
     EXPECT_THAT(log.take(), IsEmpty());
     EXPECT_THAT(traces.take(), IsEmpty());
+}
+
+TEST_F(MdpZeroSpanAccept, SaysWhyItDropsATrace)
+{
+    support::NotAcceptedReasons observer;
+    processor().SetMassDataObserver(&observer);
+    ZeroSpanTrace bare;
+    bare.optHeaderSize = 0;
+    receive(bare);
+    ZeroSpanTrace empty;
+    empty.levels.clear();
+    receive(empty);
+    receive({});
+    VK410Processor dispatcher{false};
+    dispatcher.RegisterTagProcessor(&processor(), TAG_5301, 0);
+    dispatcher.ProcessDatagram(new UdpDatagram{support::received(support::DfTrace{}.bytes())});
+    EXPECT_THAT(observer.reasons, ElementsAre("no optional header", "no values", "not a trace of levels"));
 }
 
 TEST_F(MdpZeroSpanAccept, IgnoresATraceWithoutEitherField)
