@@ -373,6 +373,16 @@ TEST_F(MdpDFPScanSamples, GoRawToTheReceiver)
     EXPECT_EQ(rx.receiver.fields[1], std::nullopt);
 }
 
+TEST_F(MdpDFPScanSamples, OfATraceThatBeginsWithItsRangeNeedNoStep)
+{
+    rx.setFourChannels();
+    DfTrace trace;
+    trace.stepNumerator = 0;
+    trace.stepDenominator = 0;
+    rx.receive(trace);
+    EXPECT_THAT(log.take(), testing::Contains("map SetChannelValues 0+4"));
+}
+
 TEST_F(MdpDFPScanSamples, WorkWithoutAReceiver)
 {
     rx.hasReceiver = false;
