@@ -45,6 +45,11 @@ struct Arguments {
 constexpr std::int64_t pauseAboveBytes = 8 << 20;
 constexpr int drainMilliseconds = 2'000;
 
+// A scene that waits for its first client begins a tenth of a second behind it: a monitor asks with a
+// connection of its own whether anybody is there, and would else miss the beginning.
+constexpr int waitingTickMilliseconds = 5;
+constexpr int ticksUntilStart = 20;
+
 // The truth file; "-" is stdout.
 class TruthFile {
 public:
@@ -123,7 +128,7 @@ public:
         const StopSignals stop;
         fmt::print(stderr, "vk410 simulate: {} to {}{}\n", m_simulator.scene().name, targets(),
                    waitsForClient() ? ", waiting for a client" : "");
-        m_tick.start(waitsForClient() ? 5 : 1000);
+        m_tick.start(waitsForClient() ? waitingTickMilliseconds : 1000);
         if (!waitsForClient())
             start();
         QCoreApplication::exec();
@@ -169,9 +174,13 @@ private:
 
     void tick()
     {
-        if (waitsForClient())
+        if (waitsForClient()) {
+            m_ticksWithClient = 0;
             return;
+        }
         if (!m_isStarted) {
+            if (++m_ticksWithClient < ticksUntilStart)
+                return;
             start();
             m_tick.start(1000);
         }
@@ -236,6 +245,7 @@ private:
     std::unique_ptr<TruthFile> m_truth;
     Progress m_progress;
     QTimer m_tick;
+    int m_ticksWithClient = 0;
     bool m_isStarted = false;
 };
 

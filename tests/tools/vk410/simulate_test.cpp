@@ -91,6 +91,18 @@ void expectFaultsInTheLedger(const Ran& ran)
         EXPECT_GT(faults[kind].get<int>(), 0) << kind;
 }
 
+TEST_F(Simulate, BeginsWithAClientThatStays)
+{
+    // The first only asks whether anybody is there, as a monitor does before it connects.
+    const Ran ran = script("vk410 simulate band --tcp 127.0.0.1:$PORT --rate 0 --count 20 > sent 2> err & "
+                           "until_says waiting err; "
+                           "bash -c 'exec 3<>/dev/tcp/127.0.0.1/'$PORT'; sleep 0.03'; sleep 0.2; "
+                           "bash -c 'cat < /dev/tcp/127.0.0.1/'$PORT > got; wait; cat sent; wc -c < got");
+    const std::vector<std::string> lines = ran.outLines();
+    ASSERT_EQ(lines.size(), 2U) << ran.out;
+    EXPECT_THAT(lines[0], HasSubstr(", " + lines[1] + " bytes"));
+}
+
 TEST_F(Simulate, SpoilsWhatTheMonitorThenMissesOverTcp)
 {
     // The monitor ends when the simulator has gone and all of it was read, however long that takes.
