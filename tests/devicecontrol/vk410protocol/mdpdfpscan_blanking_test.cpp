@@ -467,6 +467,20 @@ TEST_F(MdpDFPScanBlankingStatus, IsNotNeededForChannelsToBeBlanked)
     EXPECT_EQ(rx.validities(), "1111");
 }
 
+TEST_F(MdpDFPScanBlankingStatus, IsNotNeededWhenTheLogHasForgottenChanges)
+{
+    rx.tree->Remove("/INTERFACES/Blanking/Ranges/List");
+    rx.setFourChannels();
+    rx.blankingRanges->SetChangeLogLength(0);
+    rx.blankingRanges->SetRange(1, 100'000'000, 100'000'000); // forgotten at once
+    rx.blankingRanges->SetChangeLogLength(1);
+    rx.blankingRanges->SetRange(2, 100'025'000, 100'025'000); // tells that something was forgotten
+    rx.blankingRanges->SetRange(3, 100'050'000, 100'050'000); // followed again
+    EXPECT_TRUE(rx.status->GetItems().empty());
+    rx.receive(blanked());
+    EXPECT_EQ(rx.validities(), "2221");
+}
+
 TEST_F(MdpDFPScanBlankingStatus, MayChangeWhileItIsWritten)
 {
     rx.setFourChannels();

@@ -235,6 +235,17 @@ TEST_F(MdpDFPScanSectors, AcrossNorthAreSplitInTheScanRangeItself)
     EXPECT_EQ(range->azimuthSectors.size(), 3U);
 }
 
+TEST_F(MdpDFPScanSectors, BlankNothingInATraceWithoutAzimuths)
+{
+    rx.setFourChannels({{0, 3599}});
+    DfTrace trace;
+    trace.azimuth.clear();
+    trace.level = {1, 2, 3, 4};
+    rx.receive(trace);
+    EXPECT_EQ(rx.validities(), "1111");
+    EXPECT_THAT(each(&Sample::getLevel), ElementsAre(10, 20, 30, 40));
+}
+
 TEST_F(MdpDFPScanSectors, ThatAreEmptyDoNotSwitchBlankingOnAndBlankNothing)
 {
     rx.setFourChannels({{500, 500}, {0, 0}});
