@@ -77,9 +77,10 @@ protected:
     /// Sends megabytes until at least so many bytes wait for the mirror's clients. Result: datagrams sent.
     std::size_t sendUntilWaiting(qint64 bytes)
     {
+        const Bytes datagram = numbered(1, 1'000'000);
         std::size_t sent = 0;
         while (reader->MirrorBytesWaiting() < bytes) {
-            receiver.send(numbered(1, 1'000'000));
+            receiver.send(datagram);
             if (!datagramsArrive(++sent))
                 return sent;
         }
