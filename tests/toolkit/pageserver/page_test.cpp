@@ -185,7 +185,7 @@ TEST_F(Page, OfAViewerThatNeverReadsHoldsNoMoreThanASocketFullAndTheOthersNotAtA
     Viewer viewer{paged.page->port()};
     ASSERT_TRUE(waitForFrames(viewer, 1));
     ASSERT_TRUE(waitUntil([&] { return viewer.newest("status").value("viewers", 0) == 2; }));
-    for (int i = 0; i < 400; ++i) { // 24 MB
+    for (int i = 0; i < 200; ++i) { // 12 MB
         const std::size_t before = viewer.frames.size();
         paged.receive(levels);
         ASSERT_TRUE(waitUntil([&] { return viewer.frames.size() > before; })) << i;
@@ -195,7 +195,7 @@ TEST_F(Page, OfAViewerThatNeverReadsHoldsNoMoreThanASocketFullAndTheOthersNotAtA
     const auto waiting = [&] { return paged.json("/api/status").at("waitingBytes").get<int>(); };
     EXPECT_GT(waiting(), 0);
     EXPECT_LT(waiting(), 512 * 1024);
-    ASSERT_TRUE(waitUntil([&] { return skippedByAll() > 300; }));
+    ASSERT_TRUE(waitUntil([&] { return skippedByAll() > 100; }));
 }
 
 TEST_F(Page, AddsAndRemovesRangesForEverybody)
@@ -373,15 +373,22 @@ TEST_F(Page, EndsConnectionsThatSendMoreThanACommand)
 
 TEST_F(Page, TakesAtMost64Viewers)
 {
-    std::vector<std::unique_ptr<Viewer>> viewers;
-    for (int i = 0; i < 64; ++i)
-        viewers.push_back(std::make_unique<Viewer>(paged.page->port()));
-    ASSERT_TRUE(waitUntil([&] { return viewers.front()->newest("status").value("viewers", 0) == 64; }));
+    Viewer viewer{paged.page->port()};
+    // So many that keep and parse what they are told would take their time.
+    std::vector<std::unique_ptr<QWebSocket>> others;
+    for (int i = 0; i < 63; ++i) {
+        others.push_back(std::make_unique<QWebSocket>());
+        others.back()->open(streamUrl(paged.page->port()));
+    }
+    const auto viewersAre = [&](int count) {
+        return waitUntil([&] { return viewer.newest("status").value("viewers", 0) == count; });
+    };
+    ASSERT_TRUE(viewersAre(64));
     Viewer late{paged.page->port()};
     ASSERT_TRUE(waitUntil([&] { return late.socket.state() == QAbstractSocket::UnconnectedState; }));
     EXPECT_THAT(paged.get("/stream"), StartsWith("HTTP/1.1 503 Service Unavailable\r\n"));
-    viewers.pop_back();
-    ASSERT_TRUE(waitUntil([&] { return viewers.front()->newest("status").value("viewers", 0) == 63; }));
+    others.pop_back();
+    ASSERT_TRUE(viewersAre(63));
     Viewer next{paged.page->port()};
     EXPECT_TRUE(waitForMessage(next, "hello"));
 }

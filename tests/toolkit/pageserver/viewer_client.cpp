@@ -4,6 +4,11 @@
 
 namespace support {
 
+QUrl streamUrl(std::uint16_t port)
+{
+    return QStringLiteral("ws://127.0.0.1:%1/stream").arg(port);
+}
+
 Viewer::Viewer(std::uint16_t port)
 {
     QObject::connect(&socket, &QWebSocket::textMessageReceived, [this](const QString& text) {
@@ -11,7 +16,7 @@ Viewer::Viewer(std::uint16_t port)
     });
     QObject::connect(&socket, &QWebSocket::binaryMessageReceived,
                      [this](const QByteArray& bytes) { frames.push_back({bytes}); });
-    socket.open(QUrl(QStringLiteral("ws://127.0.0.1:%1/stream").arg(port)));
+    socket.open(streamUrl(port));
 }
 
 void Viewer::send(const std::string& command)

@@ -56,6 +56,9 @@ struct ViewedFrame {
     }
 };
 
+/// Where the page at `port` of this machine sends its stream.
+QUrl streamUrl(std::uint16_t port);
+
 /// Connects and keeps what comes.
 class Viewer {
 public:
