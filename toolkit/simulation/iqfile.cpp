@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "toolkit/simulation/iqfile.h"
+#include "toolkit/simulation/shallowjson.h"
 #include "wire/view.h"
 #include <algorithm>
 #include <cerrno>
@@ -7,7 +8,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 #include <sstream>
 
 namespace simulation {
@@ -38,7 +38,7 @@ Json contentOf(const std::string& path)
         throw BadScene{fmt::format("{}: expected a readable .sigmf-meta file, found: {}; check its name and "
                                    "permissions",
                                    path, std::strerror(errno))};
-    Json json = Json::parse(text.str(), nullptr, false);
+    Json json = Json::parse(text.str(), isShallow, false);
     if (!json.is_object() || !json.contains("global") || !json["global"].is_object())
         fail(path, "a JSON object with a \"global\" object in it", "something else");
     return json;

@@ -2,6 +2,7 @@
 // Scenes as JSON: every mistake is answered with its place, what was expected there and what was found.
 #include "toolkit/simulation/iqfile.h"
 #include "toolkit/simulation/scene.h"
+#include "toolkit/simulation/shallowjson.h"
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -10,7 +11,6 @@
 #include <fmt/format.h>
 #include <fstream>
 #include <initializer_list>
-#include <nlohmann/json.hpp>
 #include <sstream>
 
 namespace simulation {
@@ -225,7 +225,7 @@ std::vector<T> listOf(Members& members, const char* name, const std::string& whe
 Json parsed(const std::string& text, const std::string& where)
 {
     try {
-        return Json::parse(text);
+        return Json::parse(text, isShallow);
     } catch (const Json::parse_error& error) {
         // "[json.exception.parse_error.101] parse error at line 3, column 7: syntax error ..."
         const std::string what = error.what();

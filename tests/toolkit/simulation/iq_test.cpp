@@ -8,6 +8,7 @@
 #include <QTemporaryDir>
 #include <cmath>
 #include <cstdlib>
+#include <fstream>
 #include <gmock/gmock.h>
 
 namespace {
@@ -150,21 +151,35 @@ struct Refusal {
     const char* text;
 };
 
-class BadRecordings : public FromIq, public testing::WithParamInterface<Refusal> {};
+class BadDescription : public FromIq {
+protected:
+    // What is said of a recording with this description, behind its path.
+    std::string refusal(const std::string& description)
+    {
+        const std::string meta = write(Iq(100));
+        std::ofstream(meta) << description;
+        try {
+            const IqFile read{meta};
+        } catch (const BadScene& bad) {
+            return std::string(bad.what()).substr(meta.size());
+        }
+        return "accepted";
+    }
+};
+
+class BadRecordings : public BadDescription, public testing::WithParamInterface<Refusal> {};
 
 TEST_P(BadRecordings, AreRefusedWithPlaceExpectedAndFound)
 {
-    const std::string meta = write(Iq(100));
-    std::FILE* const file = std::fopen(meta.c_str(), "w");
-    ASSERT_TRUE(file);
-    std::fputs(GetParam().meta, file);
-    std::fclose(file);
-    try {
-        const IqFile read{meta};
-        FAIL() << "accepted";
-    } catch (const BadScene& bad) {
-        EXPECT_EQ(bad.what(), meta + GetParam().text);
-    }
+    EXPECT_EQ(refusal(GetParam().meta), GetParam().text);
+}
+
+TEST_F(BadDescription, WithListsInListsDoesNotTakeTheStack)
+{
+    constexpr std::size_t depth = 1'000'000;
+    EXPECT_THAT(
+        refusal(R"({"global":{"core:datatype":)" + std::string(depth, '[') + std::string(depth, ']') + "}}"),
+        testing::StartsWith(": core:datatype: expected cu8, ci8, ci16_le or cf32_le, found [[["));
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -71,6 +71,13 @@ TEST(SceneFile, ThatIsNoJsonIsRefusedWithItsPlace)
                 testing::StartsWith("a.json: expected JSON, found an error at line 2, column 9: "));
 }
 
+TEST(SceneFile, WithListsInListsIsRefusedAndDoesNotTakeTheStack)
+{
+    constexpr std::size_t depth = 1'000'000;
+    EXPECT_THAT(refusal("{\"kind\":" + std::string(depth, '[') + std::string(depth, ']') + "}"),
+                testing::StartsWith("a.json: kind: expected one of \"band\" \"zerospan\" \"df\", found [[["));
+}
+
 TEST(SceneFile, ThatIsNotThereIsRefusedWithWhatWouldDo)
 {
     try {
