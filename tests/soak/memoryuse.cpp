@@ -1,17 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "memoryuse.h"
+#include "support/sanitizers.h"
 #include <fstream>
 #include <malloc.h>
 #include <unistd.h>
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define VK410_SANITIZED 1
+#if VK410_SANITIZED
 // Both names are those of the checks' run time, which has no header for them here.
 extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
-#endif
-
-#ifdef __SANITIZE_ADDRESS__
-// Freed memory that the checks keep for a while would look like growth: little of it.
+// Freed memory that the checks of addresses keep for a while would look like growth: little of it.
 extern "C" const char* __asan_default_options()
 {
     return "quarantine_size_mb=8";
@@ -24,7 +21,7 @@ namespace {
 
 std::size_t heapInUse()
 {
-#ifdef VK410_SANITIZED
+#if VK410_SANITIZED
     return __sanitizer_get_current_allocated_bytes();
 #else
     const struct mallinfo2 info = ::mallinfo2();
@@ -46,15 +43,6 @@ MemoryUse memoryUse()
 {
     ::malloc_trim(0);
     return {residentBytes(), heapInUse()};
-}
-
-bool hasSanitizer()
-{
-#ifdef VK410_SANITIZED
-    return true;
-#else
-    return false;
-#endif
 }
 
 } // namespace soak

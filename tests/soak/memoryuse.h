@@ -14,7 +14,4 @@ struct MemoryUse {
 /// Free memory has been given back to the system before.
 [[nodiscard]] MemoryUse memoryUse();
 
-/// Whether this is a build with sanitizers, whose allocators keep what was freed for a while.
-[[nodiscard]] bool hasSanitizer();
-
 } // namespace soak

@@ -4,6 +4,7 @@
 #include "meddler.h"
 #include "memoryuse.h"
 #include "streamserver.h"
+#include "support/sanitizers.h"
 #include "toolkit/pageserver/pageserver.h"
 #include "toolkit/receiver/tcpsource.h"
 #include "toolkit/receiver/udpsource.h"
@@ -387,7 +388,7 @@ void checkGrowth(const MemoryUse& from, const MemoryUse& to, std::size_t newTags
 {
     if (to.heap > from.heap + heapTolerance + newTags * bytesPerUnknownTag)
         throw Broken{fmt::format("the heap has grown by {} bytes", to.heap - from.heap)};
-    if (to.resident > from.resident + (hasSanitizer() ? residentToleranceOfSanitizers : residentTolerance))
+    if (to.resident > from.resident + (VK410_SANITIZED ? residentToleranceOfSanitizers : residentTolerance))
         throw Broken{fmt::format("resident memory has grown by {} bytes", to.resident - from.resident)};
 }
 

@@ -1,19 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "support/allocation_count.h"
+#include "support/sanitizers.h"
 #include <cerrno>
 #include <cstdlib>
 #include <new>
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define VK410_COUNTS_ALLOCATIONS 0
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
-#define VK410_COUNTS_ALLOCATIONS 0
-#endif
-#endif
-#ifndef VK410_COUNTS_ALLOCATIONS
-#define VK410_COUNTS_ALLOCATIONS 1
-#endif
 
 namespace {
 
@@ -43,7 +33,7 @@ std::size_t allocationCount()
 
 bool allocationCountWorks()
 {
-    return VK410_COUNTS_ALLOCATIONS != 0;
+    return VK410_SANITIZED == 0;
 }
 
 std::ptrdiff_t liveAllocations()
@@ -64,7 +54,7 @@ bool allocationHasFailed()
 
 } // namespace support
 
-#if VK410_COUNTS_ALLOCATIONS
+#if !VK410_SANITIZED
 // operator new and Qt both end in these.
 extern "C" {
 
