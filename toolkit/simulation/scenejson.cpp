@@ -226,11 +226,14 @@ Json parsed(const std::string& text, const std::string& where)
 {
     try {
         return Json::parse(text, isShallow);
-    } catch (const Json::parse_error& error) {
+    } catch (const Json::exception& error) {
         // "[json.exception.parse_error.101] parse error at line 3, column 7: syntax error ..."
+        // "[json.exception.out_of_range.406] number overflow parsing '1e999'"
         const std::string what = error.what();
         const std::size_t at = what.find("at line ");
-        Members::fail(where, "JSON", at == std::string::npos ? what : "an error " + what.substr(at));
+        Members::fail(where, "JSON",
+                      at == std::string::npos ? what.substr(what.find("] ") + 2)
+                                              : "an error " + what.substr(at));
     }
 }
 

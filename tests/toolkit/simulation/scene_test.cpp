@@ -71,6 +71,12 @@ TEST(SceneFile, ThatIsNoJsonIsRefusedWithItsPlace)
                 testing::StartsWith("a.json: expected JSON, found an error at line 2, column 9: "));
 }
 
+TEST(SceneFile, WithANumberBeyondAllNumbersIsRefused)
+{
+    EXPECT_EQ(refusal(R"({"kind":"band","rate":1e999})"),
+              "a.json: expected JSON, found number overflow parsing '1e999'");
+}
+
 TEST(SceneFile, WithListsInListsIsRefusedAndDoesNotTakeTheStack)
 {
     constexpr std::size_t depth = 1'000'000;
