@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: MIT
 // Sessions over real sockets and files: what is sent arrives in the maps, and the ledger accounts for the
 // rest.
+#include "devicecontrol/vk410protocol/tcpreader.h"
 #include "support/dfscan_receiver.h"
 #include "support/ifpan_receiver.h"
 #include "support/tcp_receiver.h"
 #include "support/zerospan_receiver.h"
 #include "toolkit/receiver/session.h"
+#include "toolkit/receiver/tcpsource.h"
 #include "toolkit/recording/recorder.h"
 #include "toolkit/sending/sender.h"
 #include <QTemporaryDir>
@@ -211,7 +213,8 @@ TEST(SessionTcp, MirrorsTheStream)
     ASSERT_TRUE(waitUntil(
         [&] { return sender.clients() >= 1 && session.source()->facts().state.rfind("connected", 0) == 0; }));
     support::MirrorClient client{mirror};
-    waitUntil([] { return false; }, 50);
+    const auto& tcp = dynamic_cast<const receiver::TcpSource&>(*session.source());
+    ASSERT_TRUE(waitUntil([&] { return tcp.reader()->MirrorClientCount() == 1; }));
     const auto datagrams = panoramas(2);
     send(sender, datagrams);
     ASSERT_TRUE(waitUntil([&] { return client.received.size() == support::joined(datagrams).size(); }));
