@@ -14,10 +14,9 @@
 
 namespace support {
 
-/// Runs the event loop until `condition` holds, at most `milliseconds`: a loaded machine is waited for by
-/// default.
+/// Runs the event loop until `condition` holds, at most `milliseconds`.
 template <typename Condition>
-bool waitUntil(const Condition& condition, int milliseconds = 60'000)
+bool waitUntil(const Condition& condition, int milliseconds = 10'000)
 {
     QElapsedTimer timer;
     timer.start();
@@ -39,7 +38,7 @@ public:
     /// The connection of the reader; null while there is none.
     QTcpSocket* connection()
     {
-        if (!m_connection && waitUntil([this] { return m_server.hasPendingConnections(); }))
+        if (!m_connection && waitUntil([this] { return m_server.hasPendingConnections(); }, 2'000))
             m_connection = m_server.nextPendingConnection();
         return m_connection;
     }
@@ -79,7 +78,7 @@ public:
     explicit MirrorClient(unsigned short port)
     {
         m_socket.connectToHost(QHostAddress::LocalHost, port);
-        m_socket.waitForConnected();
+        m_socket.waitForConnected(2'000);
         QObject::connect(&m_socket, &QIODevice::readyRead, [this] {
             const QByteArray bytes = m_socket.readAll();
             received.insert(received.end(), bytes.begin(), bytes.end());

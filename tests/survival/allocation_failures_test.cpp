@@ -357,7 +357,7 @@ struct Connection {
     {
         reader.StartMassDataMirror("127.0.0.1", 0);
         client.connectToHost(QHostAddress::LocalHost, reader.findChild<QTcpServer*>()->serverPort());
-        client.waitForConnected();
+        client.waitForConnected(2'000);
         waitUntil([&] { return reader.MirrorClientCount() == 1; });
         station.connection();
     }

@@ -57,7 +57,7 @@ struct Connection {
     void connectClient()
     {
         client.connectToHost(QHostAddress::LocalHost, server().serverPort());
-        client.waitForConnected();
+        client.waitForConnected(2'000);
         waitUntil([this] { return reader->MirrorClientCount() == 1; }, 3'000);
     }
     [[nodiscard]] QTcpServer& server() const { return *reader->findChild<QTcpServer*>(); }
@@ -115,7 +115,8 @@ TEST_P(StreamSocketFailures, LoseNothingOrEndTheConnection)
         connection.station.send(part);
         QCoreApplication::processEvents();
     }
-    EXPECT_TRUE(waitUntil([&] { return connection.taker.taken.size() == datagrams || connection.isOver(); }));
+    EXPECT_TRUE(
+        waitUntil([&] { return connection.taker.taken.size() == datagrams || connection.isOver(); }, 5'000));
     socketfaults::disarm();
     // Whatever came, came whole and in order.
     ASSERT_LE(connection.taker.taken.size(), datagrams);
@@ -123,8 +124,8 @@ TEST_P(StreamSocketFailures, LoseNothingOrEndTheConnection)
         EXPECT_EQ(connection.taker.taken[i], sent[i]) << i;
     const wire::Bytes all = support::joined(sent);
     if (connection.taker.taken.size() == datagrams && connection.reader->MirrorClientCount() == 1) {
-        EXPECT_TRUE(
-            waitUntil([&] { return connection.client.bytesAvailable() == static_cast<qint64>(all.size()); }));
+        EXPECT_TRUE(waitUntil(
+            [&] { return connection.client.bytesAvailable() == static_cast<qint64>(all.size()); }, 5'000));
     }
     const QByteArray mirrored = connection.client.readAll();
     EXPECT_TRUE(std::equal(mirrored.begin(), mirrored.end(), all.begin(),
@@ -157,7 +158,7 @@ TEST_P(ConnectionFailures, LeaveAReaderThatCanBeReplaced)
         // Where the look for the connection's success failed, Qt has connected a second time.
         if (GetParam().call == Call::Setsockopt) {
             connection.station.send(numbered(1, 40));
-            EXPECT_TRUE(waitUntil([&] { return connection.taker.taken.size() == 1; }));
+            EXPECT_TRUE(waitUntil([&] { return connection.taker.taken.size() == 1; }, 5'000));
         }
     }
     expectANewConnectionWorks();
@@ -178,7 +179,7 @@ TEST_P(AcceptFailures, AreOverAfterASecond)
     EXPECT_TRUE(socketfaults::disarm());
     EXPECT_EQ(connection.reader->MirrorClientCount(), 1);
     connection.station.send(numbered(1, 40));
-    EXPECT_TRUE(waitUntil([&] { return connection.client.bytesAvailable() == 40; }));
+    EXPECT_TRUE(waitUntil([&] { return connection.client.bytesAvailable() == 40; }, 5'000));
 }
 
 INSTANTIATE_TEST_SUITE_P(Accept, AcceptFailures,
@@ -209,7 +210,7 @@ TEST_P(PacketSocketFailures, LoseNothing)
         if (GetParam().which > 1)
             QCoreApplication::processEvents();
     }
-    EXPECT_TRUE(waitUntil([&] { return taken.size() == datagrams; }));
+    EXPECT_TRUE(waitUntil([&] { return taken.size() == datagrams; }, 5'000));
     EXPECT_TRUE(socketfaults::disarm());
     EXPECT_EQ(taken, sent);
 }

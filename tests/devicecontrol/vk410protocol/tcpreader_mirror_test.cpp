@@ -34,7 +34,7 @@ TEST_F(TcpReaderMirror, GivesEveryClientTheBytesBeforeTheDatagramIsEmitted)
     ASSERT_TRUE(waitUntil([&] { return reader->MirrorClientCount() == 2; }));
     bool served = false;
     parent.onDatagram = [&] {
-        served = first.socket().waitForReadyRead() && second.socket().waitForReadyRead();
+        served = first.socket().waitForReadyRead(1'000) && second.socket().waitForReadyRead(1'000);
     };
     receiver.send(numbered(1, 40));
     ASSERT_TRUE(datagramsArrive(1));
